@@ -1,0 +1,33 @@
+# Compiler settings that every target of this project shares, and the shape of its libraries.
+
+add_library(plexa_build_options INTERFACE)
+target_compile_features(plexa_build_options INTERFACE cxx_std_17)
+target_compile_options(plexa_build_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wundef
+  $<$<BOOL:${PLEXA_WERROR}>:-Werror>)
+if(PLEXA_SANITIZE)
+  target_compile_options(plexa_build_options INTERFACE
+    -fsanitize=${PLEXA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(plexa_build_options INTERFACE -fsanitize=${PLEXA_SANITIZE})
+endif()
+if(PLEXA_COVERAGE)
+  target_compile_options(plexa_build_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(plexa_build_options INTERFACE --coverage)
+endif()
+
+# plexa_add_library(NAME SOURCES...): the shared library libplexa_NAME.so.1, known to others as
+# plexa::NAME. Only what an export macro names is visible outside it.
+function(plexa_add_library name)
+  set(target plexa_${name})
+  add_library(${target} SHARED ${ARGN})
+  add_library(plexa::${name} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES
+    EXPORT_NAME ${name}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:plexa_build_options>)
+endfunction()
