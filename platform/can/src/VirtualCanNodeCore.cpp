@@ -1,0 +1,108 @@
+#include "VirtualCanNodeCore.h"
+
+#include "VirtualCanBusCore.h"
+
+#include <plexa_can/CanException.h>
+
+#include <system_error>
+#include <utility>
+
+namespace tarn
+{
+
+VirtualCanNode::Core::Core(std::shared_ptr<VirtualCanBus::Core> bus)
+    : mBus(std::move(bus)),
+      mHandlers("VirtualCanBus", mBus->mHandlerExceptions)
+{
+    mPending.reserve(mBus->CopiesAtMost());
+    mTaken.reserve(mBus->CopiesAtMost());
+}
+
+void VirtualCanNode::Core::Start(iCanMessageHandler* handler)
+{
+    const std::lock_guard<std::mutex> lock(mBus->mMutex);
+    if (mBus->IsThreaded() && !mThread.joinable())
+        StartThread();
+    mHandlers.Add(handler);
+    mListening = true;
+}
+
+void VirtualCanNode::Core::StartThread()
+{
+    try {
+        mThread = std::thread([self = shared_from_this()] { self->Receive(); });
+    } catch (const std::system_error& error) {
+        throw CanException(std::string("cannot start a receive thread for a virtual CAN node: ") +
+                               error.what(),
+                           error.code().value());
+    }
+}
+
+void VirtualCanNode::Core::Stop(const iCanMessageHandler* handler)
+{
+    mHandlers.Remove(handler);
+    const std::lock_guard<std::mutex> lock(mBus->mMutex);
+    mListening = !mHandlers.IsEmpty();
+    if (!mListening)
+        DropPending();
+}
+
+void VirtualCanNode::Core::Close()
+{
+    mHandlers.RemoveAll();
+    {
+        const std::lock_guard<std::mutex> lock(mBus->mMutex);
+        mListening = false;
+        mClosed = true;
+        DropPending();
+        mBus->Disconnect(*this);
+    }
+    mArrived.notify_all();
+    if (!mThread.joinable())
+        return;
+    if (mThread.get_id() == std::this_thread::get_id())
+        mThread.detach(); // it ends when the running handler returns
+    else
+        mThread.join();
+}
+
+void VirtualCanNode::Core::DropPending()
+{
+    mBus->mCounters.unheard += mPending.size();
+    mPending.clear();
+    mBus->mChanged.notify_all();
+}
+
+void VirtualCanNode::Core::Receive()
+{
+    std::unique_lock<std::mutex> lock(mBus->mMutex);
+    while (!mClosed) {
+        mArrived.wait(lock, [this] { return mClosed || !mPending.empty(); });
+        DeliverPending(lock);
+    }
+}
+
+void VirtualCanNode::Core::DeliverPending(std::unique_lock<std::mutex>& lock)
+{
+    mTaken.swap(mPending);
+    mBus->mInHand += mTaken.size();
+    mBus->mChanged.notify_all();
+    for (const Copy& copy : mTaken) {
+        AwaitDue(lock, copy.due);
+        lock.unlock();
+        const bool heard = mHandlers.Deliver(copy.frame);
+        lock.lock();
+        ++(heard ? mBus->mCounters.delivered : mBus->mCounters.unheard);
+        --mBus->mInHand;
+    }
+    mTaken.clear();
+    mBus->mChanged.notify_all();
+}
+
+void VirtualCanNode::Core::AwaitDue(std::unique_lock<std::mutex>& lock, Clock::time_point due)
+{
+    if (due != Clock::time_point())
+        mArrived.wait_until(lock, due, [this] { return mClosed; });
+}
+
+} // namespace tarn
