@@ -75,7 +75,10 @@ struct Literal {
     const char* text;
 };
 
-void PrintTo(const Literal& literal, std::ostream* out) { *out << literal.text; }
+void PrintTo(const Literal& literal, std::ostream* out)
+{
+    *out << literal.text;
+}
 
 class CanMessageText : public testing::TestWithParam<Literal>
 {
