@@ -13,8 +13,8 @@ jobs_here() { nproc 2>/dev/null || echo 2; }
 
 # Ninja itself notices changed CMake files, but neither a changed preset nor another option.
 is_configured() {
-  local preset=$1 cache=build/$1/CMakeCache.txt option
-  [[ -f build/$preset/build.ninja && $cache -nt CMakePresets.json ]] || return 1
+  local cache=build/$1/CMakeCache.txt option
+  [[ build/$1/build.ninja -nt CMakePresets.json ]] || return 1
   for option in "${@:2}"; do
     grep -q "^${option%%=*}:[A-Z]*=${option#*=}$" "$cache" || return 1
   done
@@ -24,11 +24,9 @@ is_configured() {
 configure() {
   is_configured "$@" && return 0
   step "configure build/$1"
-  # The cache is not rewritten when nothing in it changes.
   local preset=$1
   shift
   cmake --preset "$preset" --log-level=WARNING "${@/#/-D}" >/dev/null
-  touch "build/$preset/CMakeCache.txt"
 }
 
 # build PRESET [CMAKE_BUILD_OPTION...]
