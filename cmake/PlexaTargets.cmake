@@ -16,6 +16,8 @@ if(PLEXA_COVERAGE)
   target_link_options(plexa_build_options INTERFACE --coverage)
 endif()
 
+set(PLEXA_EXPORTS_MAP "${CMAKE_CURRENT_LIST_DIR}/exports.map")
+
 # plexa_add_library(NAME SOURCES...): the shared library libplexa_NAME.so.1, known to others as
 # plexa::NAME. Only what an export macro names is visible outside it.
 function(plexa_add_library name)
@@ -28,6 +30,8 @@ function(plexa_add_library name)
     SOVERSION ${PROJECT_VERSION_MAJOR}
     CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden
-    VISIBILITY_INLINES_HIDDEN ON)
+    VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS "${PLEXA_EXPORTS_MAP}")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${PLEXA_EXPORTS_MAP}")
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:plexa_build_options>)
 endfunction()

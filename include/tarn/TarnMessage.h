@@ -159,7 +159,7 @@ public:
     /// bytes, which every GetData() refuses and which cannot be framed again.
     ///
     /// Converts implicitly. The frame is only read; it may go when the constructor has returned.
-    TarnMessage(CanMessage& frame);
+    TarnMessage(CanMessage& frame); // NOLINT(google-explicit-constructor): client code relies on it
 
     virtual ~TarnMessage();
 

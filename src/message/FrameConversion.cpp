@@ -60,8 +60,8 @@ TarnMessage::TarnMessage(CanMessage& frame)
 
 void TarnMessage::Parse(unsigned int header, std::vector<unsigned char> bytes)
 {
-    constexpr std::size_t chcpFrameBytes = payload::CHCP_BYTES + 1;
-    if (IsChcp(header) && bytes.size() != chcpFrameBytes) {
+    constexpr std::size_t CHCP_FRAME_BYTES = payload::CHCP_BYTES + 1;
+    if (IsChcp(header) && bytes.size() != CHCP_FRAME_BYTES) {
         mValid = true;
         return;
     }

@@ -264,12 +264,12 @@ bool TarnMessage::SetChcpCommand(tTarnChcpCommand command)
 
 TarnMessage::tTarnDeviceCode TarnMessage::GetChcpDeviceCode() const
 {
-    constexpr auto none = static_cast<tTarnDeviceCode>(0);
+    constexpr auto NONE = static_cast<tTarnDeviceCode>(0);
     if (GetType() != TYPE_CHCP)
-        return none;
+        return NONE;
     ScopedLock lock(mMutex);
     if (mData.size() != payload::CHCP_BYTES)
-        return none;
+        return NONE;
     return static_cast<tTarnDeviceCode>(
         payload::ReadWord<payload::DEVICE_CODE_BYTES>(mData.data()));
 }

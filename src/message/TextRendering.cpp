@@ -182,9 +182,9 @@ void WriteElement(Writer& out, const payload::FixedPoint& coding, std::uint64_t 
     out.General(static_cast<double>(coding.ToValue(word)));
 }
 
-void WriteElement(Writer& out, const payload::Float& coding, std::uint64_t word)
+void WriteElement(Writer& out, const payload::Float&, std::uint64_t word)
 {
-    out.General(coding.ToValue(word));
+    out.General(payload::Float::ToValue(word));
 }
 
 template <typename Coding>
