@@ -35,13 +35,23 @@ bool CarriesModule(unsigned int header)
     throw std::string("tarn::CanMessage tarn::TarnMessage::RawMessage() : ") + reason;
 }
 
-/// One vector a thread, so that framing a message allocates nothing after the first time.
-std::vector<unsigned char>& FrameBytes()
+/// Set when this thread has destroyed its vector of FrameBytes.
+thread_local bool tBytesGone = false;
+
+struct ThreadBytes {
+    std::vector<unsigned char> bytes;
+    ~ThreadBytes() { tBytesGone = true; }
+};
+
+/// One vector a thread, so that framing a message allocates nothing after the first time. What is
+/// destroyed after that vector (a static object, say) may still frame messages, in the spare one.
+std::vector<unsigned char>& FrameBytes(std::vector<unsigned char>& spare)
 {
-    static thread_local std::vector<unsigned char> bytes;
-    bytes.reserve(MAX_FRAME_BYTES);
-    bytes.clear();
-    return bytes;
+    if (tBytesGone)
+        return spare;
+    static thread_local ThreadBytes kept;
+    kept.bytes.clear();
+    return kept.bytes;
 }
 
 } // namespace
@@ -105,7 +115,9 @@ void TarnMessage::Frame(CanMessage& frame) const
         RefuseFraming("TYPE_CHCP : mData.size() != 6!");
     const unsigned int statusByte =
         layout::Status::Set(layout::DataType::Set(0, mDataType), mStatus);
-    std::vector<unsigned char>& bytes = FrameBytes();
+    std::vector<unsigned char> spare;
+    std::vector<unsigned char>& bytes = FrameBytes(spare);
+    bytes.reserve(MAX_FRAME_BYTES);
     bytes.insert(bytes.end(), mData.begin(), mData.end());
     bytes.push_back(static_cast<unsigned char>(statusByte));
     if (CarriesModule(mHeader))

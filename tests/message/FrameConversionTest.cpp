@@ -280,4 +280,30 @@ TEST(Framing, BelongsToNobodyElsesFrame)
     EXPECT_EQ(message.RawMessage().ToString(), "0F800001#20");
 }
 
+/// Frames a message when its thread ends, after everything that the library keeps for the thread.
+struct FramesAtTheEnd {
+    CanMessage* frame = nullptr;
+    bool* neighbourIntact = nullptr;
+    ~FramesAtTheEnd()
+    {
+        const Bytes neighbour(8, 0xAA); // lies where memory of the thread was given back
+        *frame = TarnMessage().RawMessage();
+        *neighbourIntact = neighbour == Bytes(8, 0xAA);
+    }
+};
+
+TEST(Framing, WorksUntilTheVeryEndOfAThread)
+{
+    CanMessage frame;
+    bool neighbourIntact = false;
+    std::thread([&] {
+        static thread_local FramesAtTheEnd atTheEnd;
+        atTheEnd.frame = &frame;
+        atTheEnd.neighbourIntact = &neighbourIntact;
+        TarnMessage().RawMessage();
+    }).join();
+    EXPECT_EQ(frame.ToString(), "0F800001#20");
+    EXPECT_TRUE(neighbourIntact);
+}
+
 } // namespace
