@@ -344,7 +344,7 @@ public:
     /// @}
 
 private:
-    void Parse(unsigned int header, std::vector<unsigned char> bytes);
+    bool Parse(unsigned int header);
     void Frame(CanMessage& frame) const;
 
     bool mValid;

@@ -5,7 +5,6 @@
 #include <tarn/TarnMessage.h>
 
 #include <string>
-#include <utility>
 
 namespace tarn
 {
@@ -63,30 +62,29 @@ TarnMessage::TarnMessage(CanMessage& frame)
       mDataType(0),
       mModule(0)
 {
-    if (!frame.HasError() && (frame.GetFlags() & EXTENDED_IDENTIFIER) != 0)
-        Parse(frame.GetHeader(), frame.GetData());
+    if (!frame.HasError() && (frame.GetFlags() & EXTENDED_IDENTIFIER) != 0) {
+        mData = frame.GetData();
+        mValid = Parse(frame.GetHeader());
+    }
     mData.reserve(payload::MAX_BYTES);
 }
 
-void TarnMessage::Parse(unsigned int header, std::vector<unsigned char> bytes)
+bool TarnMessage::Parse(unsigned int header)
 {
     constexpr std::size_t chcpFrameBytes = payload::CHCP_BYTES + 1;
-    if (IsChcp(header) && bytes.size() != chcpFrameBytes) {
-        mValid = true;
-        return;
-    }
     const std::size_t trailingBytes = CarriesModule(header) ? 2 : 1;
-    if (bytes.size() < trailingBytes)
-        return;
-    const std::size_t payloadBytes = bytes.size() - trailingBytes;
-    const unsigned int statusByte = bytes[payloadBytes];
+    if (IsChcp(header) ? mData.size() != chcpFrameBytes : mData.size() < trailingBytes) {
+        mData.clear();
+        return IsChcp(header);
+    }
+    const std::size_t payloadBytes = mData.size() - trailingBytes;
+    const unsigned int statusByte = mData[payloadBytes];
     mHeader = header;
     mStatus = static_cast<unsigned char>(layout::Status::Get(statusByte));
     mDataType = static_cast<unsigned char>(layout::DataType::Get(statusByte));
-    mModule = CarriesModule(header) ? bytes.back() : 0;
-    bytes.resize(payloadBytes);
-    mData = std::move(bytes);
-    mValid = true;
+    mModule = CarriesModule(header) ? mData.back() : 0;
+    mData.resize(payloadBytes);
+    return true;
 }
 
 CanMessage TarnMessage::RawMessage() const
