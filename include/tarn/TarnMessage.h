@@ -47,7 +47,10 @@ struct tarn_u24_t {
 ///
 /// Every operation that locks throws Poco::SystemException, code 0, with the text "cannot lock
 /// mutex" (nothing was changed) or "cannot unlock mutex" (the change was made) when the mutex
-/// fails. None blocks but for that mutex. None logs.
+/// fails. The default constructor locks too. SetModule() and the CHCP setters take the lock once
+/// more on their way; where only that fails, SetModule() may have stored the module without the
+/// mode, and a CHCP setter may have made a CHCP message without storing its field. None blocks but
+/// for that mutex. None logs.
 class TARN_API TarnMessage
 {
 public:
@@ -344,7 +347,7 @@ public:
     /// @}
 
 private:
-    void Parse(unsigned int header, std::vector<unsigned char> bytes);
+    bool Parse(unsigned int header);
     void Frame(CanMessage& frame) const;
 
     bool mValid;

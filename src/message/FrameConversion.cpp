@@ -5,7 +5,6 @@
 #include <tarn/TarnMessage.h>
 
 #include <string>
-#include <utility>
 
 namespace tarn
 {
@@ -35,13 +34,23 @@ bool CarriesModule(unsigned int header)
     throw std::string("tarn::CanMessage tarn::TarnMessage::RawMessage() : ") + reason;
 }
 
-/// One vector a thread, so that framing a message allocates nothing after the first time.
-std::vector<unsigned char>& FrameBytes()
+/// Set when this thread has destroyed its vector of FrameBytes.
+thread_local bool tBytesGone = false;
+
+struct ThreadBytes {
+    std::vector<unsigned char> bytes;
+    ~ThreadBytes() { tBytesGone = true; }
+};
+
+/// One vector a thread, so that framing a message allocates nothing after the first time. What is
+/// destroyed after that vector (a static object, say) may still frame messages, in the spare one.
+std::vector<unsigned char>& FrameBytes(std::vector<unsigned char>& spare)
 {
-    static thread_local std::vector<unsigned char> bytes;
-    bytes.reserve(MAX_FRAME_BYTES);
-    bytes.clear();
-    return bytes;
+    if (tBytesGone)
+        return spare;
+    static thread_local ThreadBytes kept;
+    kept.bytes.clear();
+    return kept.bytes;
 }
 
 } // namespace
@@ -53,30 +62,32 @@ TarnMessage::TarnMessage(CanMessage& frame)
       mDataType(0),
       mModule(0)
 {
-    if (!frame.HasError() && (frame.GetFlags() & EXTENDED_IDENTIFIER) != 0)
-        Parse(frame.GetHeader(), frame.GetData());
+    if (!frame.HasError() && (frame.GetFlags() & EXTENDED_IDENTIFIER) != 0) {
+        mData = frame.GetData();
+        mValid = Parse(frame.GetHeader());
+    }
     mData.reserve(payload::MAX_BYTES);
 }
 
-void TarnMessage::Parse(unsigned int header, std::vector<unsigned char> bytes)
+bool TarnMessage::Parse(unsigned int header)
 {
     constexpr std::size_t CHCP_FRAME_BYTES = payload::CHCP_BYTES + 1;
-    if (IsChcp(header) && bytes.size() != CHCP_FRAME_BYTES) {
-        mValid = true;
-        return;
-    }
     const std::size_t trailingBytes = CarriesModule(header) ? 2 : 1;
-    if (bytes.size() < trailingBytes)
-        return;
-    const std::size_t payloadBytes = bytes.size() - trailingBytes;
-    const unsigned int statusByte = bytes[payloadBytes];
+    const bool fits =
+        IsChcp(header) ? mData.size() == CHCP_FRAME_BYTES : mData.size() >= trailingBytes;
+    if (!fits) {
+        mData.clear();
+        return IsChcp(
+            header); // peers count on a CHCP frame of a wrong length being valid and empty
+    }
+    const std::size_t payloadBytes = mData.size() - trailingBytes;
+    const unsigned int statusByte = mData[payloadBytes];
     mHeader = header;
     mStatus = static_cast<unsigned char>(layout::Status::Get(statusByte));
     mDataType = static_cast<unsigned char>(layout::DataType::Get(statusByte));
-    mModule = CarriesModule(header) ? bytes.back() : 0;
-    bytes.resize(payloadBytes);
-    mData = std::move(bytes);
-    mValid = true;
+    mModule = CarriesModule(header) ? mData.back() : 0;
+    mData.resize(payloadBytes);
+    return true;
 }
 
 CanMessage TarnMessage::RawMessage() const
@@ -105,7 +116,9 @@ void TarnMessage::Frame(CanMessage& frame) const
         RefuseFraming("TYPE_CHCP : mData.size() != 6!");
     const unsigned int statusByte =
         layout::Status::Set(layout::DataType::Set(0, mDataType), mStatus);
-    std::vector<unsigned char>& bytes = FrameBytes();
+    std::vector<unsigned char> spare;
+    std::vector<unsigned char>& bytes = FrameBytes(spare);
+    bytes.reserve(MAX_FRAME_BYTES);
     bytes.insert(bytes.end(), mData.begin(), mData.end());
     bytes.push_back(static_cast<unsigned char>(statusByte));
     if (CarriesModule(mHeader))

@@ -30,13 +30,19 @@ unsigned int Load(Poco::Mutex& mutex, const unsigned int& header)
 
 /// Only the upper bound counts: a negative value is stored masked.
 template <typename Field>
-bool Store(Poco::Mutex& mutex, unsigned int& header, int value)
+bool Put(unsigned int& header, int value)
 {
-    ScopedLock lock(mutex);
     if (value > static_cast<int>(Field::MAX))
         return false;
     header = Field::Set(header, static_cast<unsigned int>(value));
     return true;
+}
+
+template <typename Field>
+bool Store(Poco::Mutex& mutex, unsigned int& header, int value)
+{
+    ScopedLock lock(mutex);
+    return Put<Field>(header, value);
 }
 
 unsigned char LoadNibble(Poco::Mutex& mutex, const unsigned char& nibble)
@@ -64,7 +70,7 @@ TarnMessage::tTarnMSgType TarnMessage::GetType() const
 bool TarnMessage::SetType(tTarnMSgType type)
 {
     ScopedLock lock(mMutex);
-    if (!Store<layout::Type>(mMutex, mHeader, type))
+    if (!Put<layout::Type>(mHeader, type))
         return false;
     if (type == TYPE_CHCP && mData.size() != payload::CHCP_BYTES)
         mData.assign(payload::CHCP_BYTES, 0);

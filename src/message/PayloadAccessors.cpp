@@ -52,6 +52,16 @@ bool Decode(const Bytes& data, Coding coding, std::vector<typename Coding::Value
     return true;
 }
 
+/// The value of a FLOAT payload; false when the payload is none.
+bool LoadSingle(Poco::Mutex& mutex, const unsigned char& type, const Bytes& data, double& value)
+{
+    ScopedLock lock(mutex);
+    if (type != TarnMessage::DATATYPE_FLOAT || !payload::Holds<payload::Float>(data.size()))
+        return false;
+    value = payload::Float::ToValue(payload::ReadWord<payload::Float::WIDTH>(data.data()));
+    return true;
+}
+
 /// The largest magnitude among the values; NaN when the first of them is one.
 float LargestMagnitude(const std::vector<float>& values)
 {
@@ -171,8 +181,11 @@ bool TarnMessage::SetData(std::vector<double>& values)
 
 bool TarnMessage::GetData(std::vector<double>& values) const
 {
-    ScopedLock lock(mMutex);
-    return mDataType == DATATYPE_FLOAT && Decode(mData, payload::Float(), values);
+    double value = 0;
+    if (!LoadSingle(mMutex, mDataType, mData, value))
+        return false;
+    values.assign(1, value);
+    return true;
 }
 
 bool TarnMessage::SetData(std::vector<float>& values, tTarnDataType type)
@@ -207,10 +220,10 @@ bool TarnMessage::GetData(std::vector<float>& values) const
 {
     ScopedLock lock(mMutex);
     if (mDataType == DATATYPE_FLOAT) {
-        std::vector<double> single;
-        if (!GetData(single))
+        double value = 0;
+        if (!LoadSingle(mMutex, mDataType, mData, value))
             return false;
-        values.push_back(payload::NarrowToSingle(single.front()));
+        values.push_back(payload::NarrowToSingle(value));
         return true;
     }
     return mDataType <= DATATYPE_S16F7 && Decode(mData, payload::FixedPoint{mDataType}, values);
