@@ -15,6 +15,8 @@
 /// Every use is a site of its own with two flags of its own: whether it is active is decided once,
 /// at its first pass. In a template each instantiation is a site. An inactive site costs two byte
 /// loads and a branch; nothing is streamed.
+// The pieces are a sequence of << operands, and cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define TARN_LOG_AS(object, logger, function, priority, pieces)                                    \
     do {                                                                                           \
         static std::atomic<bool> _init__{false};                                                   \
@@ -26,6 +28,7 @@
             ::tarn::diag::Log(logger, line.str(), ::Poco::Message::priority);                      \
         }                                                                                          \
     } while (false)
+// NOLINTEND(bugprone-macro-parentheses)
 
 /// The same from inside a member function of a class with a member mLogger. Not for use in a
 /// lambda, whose __FUNCTION__ is not the operation's name.

@@ -8,18 +8,21 @@
 #include <tarn/TarnAsyncDispatcher.h>
 #include <tarn/TarnMessage.h>
 
+#include <utility>
+
 namespace tarn
 {
 
 std::tr1::shared_ptr<TarnAsyncDispatcher>
 TarnAsyncDispatcher::Create(std::tr1::shared_ptr<iCanAsyncDispatcher> canDispatcher)
 {
-    return std::tr1::shared_ptr<TarnAsyncDispatcher>(new TarnAsyncDispatcher(canDispatcher));
+    return std::tr1::shared_ptr<TarnAsyncDispatcher>(
+        new TarnAsyncDispatcher(std::move(canDispatcher)));
 }
 
 TarnAsyncDispatcher::TarnAsyncDispatcher(std::tr1::shared_ptr<iCanAsyncDispatcher> canDispatcher)
     : mLogger(Poco::Logger::get("TarnAsyncDispatcher")),
-      mCanDispatcher(canDispatcher)
+      mCanDispatcher(std::move(canDispatcher))
 {
     TARN_TRACE("ENTER");
     TARN_TRACE("EXIT");

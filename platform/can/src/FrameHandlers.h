@@ -40,9 +40,9 @@ public:
 private:
     /// A call in progress; it stands on the stack of the thread that makes it.
     struct Call {
-        const iCanMessageHandler* handler;
+        const iCanMessageHandler* handler = nullptr;
         std::thread::id thread;
-        Call* outer;
+        Call* outer = nullptr;
     };
     class RunningCall;
     class Walk;

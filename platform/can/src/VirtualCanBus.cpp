@@ -83,7 +83,7 @@ VirtualCanBus::~VirtualCanBus() = default;
 std::tr1::shared_ptr<VirtualCanNode> VirtualCanBus::Connect()
 {
     const auto core = std::make_shared<VirtualCanNode::Core>(mCore);
-    const std::tr1::shared_ptr<VirtualCanNode> node(new VirtualCanNode(core));
+    std::tr1::shared_ptr<VirtualCanNode> node(new VirtualCanNode(core));
     mCore->Connect(core);
     return node;
 }

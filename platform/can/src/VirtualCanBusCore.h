@@ -48,7 +48,7 @@ private:
     using Lock = std::unique_lock<std::mutex>;
 
     struct Sent {
-        const VirtualCanNode::Core* sender;
+        const VirtualCanNode::Core* sender = nullptr;
         CanMessage frame;
     };
 
