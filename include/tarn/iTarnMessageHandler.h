@@ -37,8 +37,9 @@ class TarnMessage;
 /// Several receive threads. A handler that changes the subscriptions of another family, or causes
 /// another frame to be dispatched, waits for walks of those families on other threads; two handlers
 /// that do so crosswise would wait for each other. So where frames come in on several threads at
-/// once, handlers change only their own family and those behind it in the order source, target, CHCP,
-/// All, and dispatch nothing. With one receive thread, as a bus has it, there is no such rule.
+/// once, handlers change only their own family and those behind it in the order source, target,
+/// CHCP, All, and dispatch nothing. With one receive thread, as a bus has it, there is no such
+/// rule.
 ///
 /// A handler may also send, and may cause another frame to be dispatched on the same thread, to any
 /// depth. It must not block for long. In particular TarnSyncRequest::Send() waits for a frame that
