@@ -283,6 +283,10 @@ INSTANTIATE_TEST_SUITE_P(
         ChoiceCase{"NaNSecondOfThree", {1.0F, NOT_A_NUMBER, 5.0F}, 1, {0x00, 0x08, 0, 0, 0, 0x28}},
         ChoiceCase{
             "NaNSecondBeforeASmaller", {1.0F, NOT_A_NUMBER, -5.0F}, 1, {0x00, 0x08, 0, 0, 0, 0xD8}},
+        ChoiceCase{"NaNThirdAfterTheLargest",
+                   {1.0F, 5.0F, NOT_A_NUMBER},
+                   1,
+                   {0x00, 0x08, 0x00, 0x28, 0, 0}},
         ChoiceCase{"NaNThird", {-5.0F, 1.0F, NOT_A_NUMBER}, 1, {0x00, 0xD8, 0x00, 0x08, 0, 0}}),
     support::CaseName());
 
