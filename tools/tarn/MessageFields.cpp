@@ -144,11 +144,11 @@ void CheckPayload(const MessageFields& fields)
 {
     const std::string size = std::to_string(fields.payloadSize);
     if (fields.IsChcp() && fields.payloadSize != CHCP_PAYLOAD_SIZE)
-        throw Trouble("payload: " + size +
-                      " bytes, but a CHCP message has 6; give all 6, or its "
-                      "fields instead");
+        throw UsageFailure("payload: " + size +
+                           " bytes, but a CHCP message has 6; give all 6, or its "
+                           "fields instead");
     if (fields.payloadSize > MAX_PAYLOAD_SIZE)
-        throw Trouble("payload: " + size + " bytes, but a message has at most 6; shorten it");
+        throw UsageFailure("payload: " + size + " bytes, but a message has at most 6; shorten it");
 }
 
 void SetPayload(const MessageFields& fields, TarnMessage& message)

@@ -94,8 +94,9 @@ void MessageFilter::AddOptions(CLI::App& verb)
                 mTypes.emplace();
                 ForEachItem(list, [this](std::string_view word) { AddType(word, *mTypes); });
             },
-            "Only messages of these types: DATA, CHCP, or DATA messages with the data type S16F, "
-            "S16F0 to S16F7, U8, U16, U24, U32, U48, FLOAT")
+            "Only messages of these types: DATA, CHCP; or DATA messages\n"
+            "with these data types: S16F, S16F0 to S16F7, U8, U16, U24, U32,\n"
+            "U48, FLOAT")
         ->type_name("LIST")
         ->group("Filters");
 }

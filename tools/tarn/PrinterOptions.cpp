@@ -14,31 +14,40 @@ namespace tarn::tool
 
 void PrinterOptions::AddOptions(CLI::App& verb)
 {
-    CLI::Option_group* const forms = verb.add_option_group("Output", "");
-    forms->add_flag("--short", mShort, "One line a message with every field by name");
-    forms->add_flag("--long", mLong, "One line a field, an empty line behind every message");
-    forms->add_flag("--json", mJson, "One JSON object a line; 'tarn encode --json' reads it");
-    forms->add_flag("--csv", mCsv, "Comma-separated values under a line of names");
-    forms->require_option(0, 1);
-    verb.add_option(
-            "--color", mColour,
-            "Colour in the usual form: auto (default) is on a terminal unless NO_COLOR is set")
+    AddForm(verb, "--short", FORM_SHORT, "One line a message with every field by name");
+    AddForm(verb, "--long", FORM_LONG, "One line a field, an empty line behind every message");
+    AddForm(verb, "--json", FORM_JSON, "One JSON object a line; 'tarn encode --json' reads it");
+    AddForm(verb, "--csv", FORM_CSV, "Comma-separated values under a line of names");
+    verb.add_option("--color", mColour,
+                    "Colour in the usual form: auto, always or never. auto (default)\n"
+                    "is on a terminal unless NO_COLOR is set")
         ->type_name("WHEN")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->check(CLI::IsMember({"auto", "always", "never"}).name(""))
+        ->group("Output");
+}
+
+void PrinterOptions::AddForm(CLI::App& verb, const char* name, tForm form, const char* help)
+{
+    mForms
+        .Add(
+            verb, name, [this, form] { mForm = form; }, help)
         ->group("Output");
 }
 
 std::unique_ptr<MessagePrinter> PrinterOptions::MakePrinter() const
 {
-    if (mShort)
+    switch (mForm) {
+    case FORM_SHORT:
         return std::make_unique<ShortPrinter>();
-    if (mLong)
+    case FORM_LONG:
         return std::make_unique<LongPrinter>();
-    if (mJson)
+    case FORM_JSON:
         return std::make_unique<JsonPrinter>();
-    if (mCsv)
+    case FORM_CSV:
         return std::make_unique<CsvPrinter>();
-    return std::make_unique<TextPrinter>(IsColoured());
+    default:
+        return std::make_unique<TextPrinter>(IsColoured());
+    }
 }
 
 bool PrinterOptions::IsColoured() const

@@ -1,6 +1,7 @@
 #ifndef TARN_TOOLS_PRINTER_OPTIONS_H
 #define TARN_TOOLS_PRINTER_OPTIONS_H
 
+#include "ExclusiveFlags.h"
 #include "MessagePrinter.h"
 
 #include <memory>
@@ -24,12 +25,13 @@ public:
     std::unique_ptr<MessagePrinter> MakePrinter() const;
 
 private:
+    enum tForm { FORM_TEXT, FORM_SHORT, FORM_LONG, FORM_JSON, FORM_CSV };
+
+    void AddForm(CLI::App& verb, const char* name, tForm form, const char* help);
     bool IsColoured() const;
 
-    bool mShort = false;
-    bool mLong = false;
-    bool mJson = false;
-    bool mCsv = false;
+    ExclusiveFlags mForms;
+    tForm mForm = FORM_TEXT;
     std::string mColour = "auto";
 };
 

@@ -1,4 +1,5 @@
 #include "DecodeVerb.h"
+#include "EncodeVerb.h"
 #include "Failure.h"
 
 #include <CLI/CLI.hpp>
@@ -54,6 +55,7 @@ int main(int argc, char** argv)
     command.footer("'tarn VERB --help' explains a verb and ends with examples.");
     std::vector<std::unique_ptr<Verb>> verbs;
     verbs.push_back(MakeDecodeVerb(command));
+    verbs.push_back(MakeEncodeVerb(command));
     try {
         command.parse(argc, argv);
         return RunChosenVerb(verbs);
