@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <stdexcept>
 #include <sys/mman.h>
@@ -16,6 +17,9 @@ namespace support
 
 namespace
 {
+
+/// Milliseconds after which a process that says nothing is taken for stuck.
+constexpr int PATIENCE = 20000;
 
 int Check(int result, const char* what)
 {
@@ -162,7 +166,9 @@ std::string RunningCommand::ReadLine()
 {
     std::string line;
     char character = 0;
-    while (::read(mOutput, &character, 1) == 1 && character != '\n')
+    pollfd output = {mOutput, POLLIN, 0};
+    while (::poll(&output, 1, PATIENCE) == 1 && ::read(mOutput, &character, 1) == 1 &&
+           character != '\n')
         line += character;
     return line;
 }

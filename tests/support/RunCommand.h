@@ -39,7 +39,7 @@ public:
     void CloseInput();
     void CloseOutput();
     void Signal(int number);
-    /// Waits for a whole line; empty at the end of the output.
+    /// Waits for a whole line; cut short at the end of the output, or when nothing comes for long.
     std::string ReadLine();
     /// Waits for the end. 128 + n for the end by signal n.
     int Wait();
