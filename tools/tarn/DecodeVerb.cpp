@@ -1,0 +1,203 @@
+#include "DecodeVerb.h"
+
+#include "Failure.h"
+#include "LineAccount.h"
+#include "LineReader.h"
+#include "MessageFilter.h"
+#include "PrinterOptions.h"
+#include "ProgressBar.h"
+#include "StopSignal.h"
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace tarn::tool
+{
+
+namespace
+{
+
+constexpr const char* DESCRIPTION =
+    "Reads candump logs and prints the Tarn messages in them.\n"
+    "\n"
+    "Every form of candump is understood, also mixed: the log form of -L and -l, the console\n"
+    "form with or without time stamps, and bare frames as cansend takes them. Blank lines and\n"
+    "lines that begin with # are comments. Times of day are UTC.\n"
+    "\n"
+    "In the usual form a target 'g9' is group 9 and '9.3' is module 3 of device 9; values are\n"
+    "decimal; what is unusual about a message stands at the end in parentheses.\n"
+    "\n"
+    "Lines that are no Tarn message are counted by kind, and the first few of each kind shown,\n"
+    "on standard error. Exit status: 0 done, also when whoever reads the output stops early;\n"
+    "1 a file that cannot be read, or with --strict a malformed line; 2 wrong usage;\n"
+    "128 + n ended by signal n.";
+
+constexpr const char* EXAMPLES = R"(Examples:
+  tarn decode examples/logs/startup.log
+  tarn decode --source 5,7-9 --type U16,FLOAT examples/logs/data-types.log
+  tarn decode --json examples/logs/chcp-configuration.log
+  echo '(1609779922.655421) can0 0F800001#20' | tarn decode --long
+  echo '  can0  0F800001   [1]  20' | tarn decode --csv -)";
+
+/// The kind of frame that is no message, or LINE_SHOWN.
+tLineFate FateOf(const CandumpLine& line)
+{
+    if (line.kind == CandumpLine::KIND_FD_FRAME)
+        return LINE_FD_FRAME;
+    if (line.frame.HasError())
+        return LINE_ERROR_FRAME;
+    if ((line.frame.GetFlags() & CanMessage::FLAG_REMOTE) != 0)
+        return LINE_REMOTE_REQUEST;
+    if ((line.frame.GetFlags() & CanMessage::FLAG_EXTENDED) == 0)
+        return LINE_STANDARD_FRAME;
+    return LINE_SHOWN;
+}
+
+/// Takes lines and puts out messages.
+class Decoder
+{
+public:
+    Decoder(const MessageFilter& filter, MessagePrinter& printer, OutputBuffer& out,
+            LineAccount& account)
+        : mFilter(filter),
+          mPrinter(printer),
+          mOut(out),
+          mAccount(account)
+    {
+    }
+
+    void Take(const InputLine& input, const std::string& file)
+    {
+        const LinePlace place = {file, input.number, input.text};
+        const bool understood = ParseCandumpLine(input.text.data(), input.text.size(), mLine);
+        if (mLine.kind == CandumpLine::KIND_COMMENT)
+            return mAccount.Add(LINE_COMMENT);
+        if (input.cut)
+            return mAccount.AddMalformed("line of more than 262144 bytes", LineReader::CAPACITY,
+                                         place);
+        if (!understood)
+            return mAccount.AddMalformed(mLine.reason, mLine.column, place);
+        const tLineFate fate = FateOf(mLine);
+        if (fate != LINE_SHOWN)
+            return mAccount.AddRefused(fate, place);
+        Decode(place);
+    }
+
+private:
+    void Decode(const LinePlace& place)
+    {
+        const TarnMessage message(mLine.frame);
+        if (!message)
+            return mAccount.AddRefused(LINE_TOO_SHORT, place);
+        ReadFields(message, mLine.frame, mFields);
+        if (!mFilter.Passes(mFields))
+            return mAccount.Add(LINE_FILTERED);
+        mPrinter.Print({mLine, message, mFields}, mOut);
+        mAccount.Add(LINE_SHOWN);
+    }
+
+    const MessageFilter& mFilter;
+    MessagePrinter& mPrinter;
+    OutputBuffer& mOut;
+    LineAccount& mAccount;
+    CandumpLine mLine;
+    MessageFields mFields;
+};
+
+class DecodeVerb : public Verb
+{
+public:
+    explicit DecodeVerb(CLI::App& command)
+        : mOptions(*command.add_subcommand("decode", DESCRIPTION))
+    {
+        mOptions.add_option("FILE", mFiles, "Logs to read; - or none is standard input")
+            ->type_name("");
+        mPrinterOptions.AddOptions(mOptions);
+        mFilter.AddOptions(mOptions);
+        mOptions.add_flag("--strict", mStrict, "Exit status 1 when a line is malformed");
+        mOptions.add_flag("-q,--quiet", mQuiet, "No remarks on lines and no summary");
+        mOptions.footer(EXAMPLES);
+    }
+
+    const CLI::App& GetOptions() const override { return mOptions; }
+
+    int Run() override
+    {
+        CatchStopSignals();
+        OutputBuffer out(STDOUT_FILENO);
+        LineAccount account("tarn decode", mQuiet);
+        const auto printer = mPrinterOptions.MakePrinter();
+        Decoder decoder(mFilter, *printer, out, account);
+        printer->Begin(out);
+        bool complete = true;
+        for (const std::string& file : mFiles.empty() ? std::vector<std::string>{"-"} : mFiles)
+            complete = DecodeFile(file, decoder, out) && complete;
+        out.WriteOut();
+        if (!mQuiet)
+            std::fprintf(stderr, "%s\n", account.Summary().c_str());
+        if (CaughtStopSignal() != 0)
+            return EXIT_SIGNAL + CaughtStopSignal();
+        return complete && !(mStrict && account[LINE_MALFORMED] > 0) ? EXIT_DONE : EXIT_TROUBLE;
+    }
+
+private:
+    /// Goes on to the next file after one that cannot be read.
+    bool DecodeFile(const std::string& file, Decoder& decoder, OutputBuffer& out)
+    {
+        std::optional<LineReader> reader;
+        try {
+            reader.emplace(file);
+            ReadLines(*reader, decoder, out);
+            return true;
+        } catch (const Failure& failure) {
+            mProgress.Clear();
+            std::fprintf(stderr, "tarn decode: %s\n", failure.what());
+            return false;
+        }
+    }
+
+    void ReadLines(LineReader& reader, Decoder& decoder, OutputBuffer& out)
+    {
+        using Clock = std::chrono::steady_clock;
+        const auto begin = Clock::now();
+        reader.BeforeRead([&](bool idle) {
+            if (idle)
+                out.WriteOut();
+            const std::chrono::duration<double> elapsed = Clock::now() - begin;
+            mProgress.Update(reader.GetBytesRead(), reader.GetFileSize(), elapsed.count());
+        });
+        InputLine line;
+        while (reader.Next(line))
+            decoder.Take(line, reader.GetName());
+        mProgress.Clear();
+    }
+
+    /// A bar among the lines of output would spoil both.
+    static std::FILE* ProgressTerminal()
+    {
+        return ::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0 ? stderr : nullptr;
+    }
+
+    CLI::App& mOptions;
+    std::vector<std::string> mFiles;
+    PrinterOptions mPrinterOptions;
+    MessageFilter mFilter;
+    ProgressBar mProgress{ProgressTerminal()};
+    bool mStrict = false;
+    bool mQuiet = false;
+};
+
+} // namespace
+
+std::unique_ptr<Verb> MakeDecodeVerb(CLI::App& command)
+{
+    return std::make_unique<DecodeVerb>(command);
+}
+
+} // namespace tarn::tool

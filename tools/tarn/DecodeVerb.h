@@ -1,0 +1,14 @@
+#ifndef TARN_TOOLS_DECODE_VERB_H
+#define TARN_TOOLS_DECODE_VERB_H
+
+#include "Verb.h"
+
+namespace tarn::tool
+{
+
+/// tarn decode: candump logs to readable messages.
+std::unique_ptr<Verb> MakeDecodeVerb(CLI::App& command);
+
+} // namespace tarn::tool
+
+#endif

@@ -1,0 +1,50 @@
+#ifndef TARN_TOOLS_MESSAGE_PRINTER_H
+#define TARN_TOOLS_MESSAGE_PRINTER_H
+
+#include "MessageFields.h"
+#include "OutputBuffer.h"
+
+#include <plexa_can/CandumpLine.h>
+
+#include <string_view>
+
+namespace tarn::tool
+{
+
+/// A message and how it came.
+struct ReceivedMessage {
+    /// Time stamp, interface, direction and frame.
+    const CandumpLine& line;
+    const TarnMessage& message;
+    const MessageFields& fields;
+};
+
+/// Writes messages in one form.
+class MessagePrinter
+{
+public:
+    virtual ~MessagePrinter() = default;
+
+    /// What stands ahead of the first message.
+    virtual void Begin(OutputBuffer&) {}
+    virtual void Print(const ReceivedMessage& received, OutputBuffer& out) = 0;
+};
+
+/// Seconds with as many decimals as the line had; for no time stamp nothing.
+void PutSeconds(const CandumpLine& line, OutputBuffer& out);
+
+/// The fraction alone, with its point.
+void PutDecimals(const CandumpLine& line, OutputBuffer& out);
+
+/// The frame as CanMessage::ToString() writes it, for an extended frame.
+void PutFrame(const CanMessage& frame, OutputBuffer& out);
+
+/// The payload in hexadecimal digits, a separator between two bytes.
+void PutPayload(const MessageFields& fields, std::string_view separator, OutputBuffer& out);
+
+/// The values as plain numbers, separated by blanks.
+void PutValues(const PayloadValues& values, OutputBuffer& out);
+
+} // namespace tarn::tool
+
+#endif

@@ -1,0 +1,102 @@
+#include "OutputBuffer.h"
+
+#include "Failure.h"
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <poll.h>
+#include <string>
+#include <unistd.h>
+
+namespace tarn::tool
+{
+
+OutputBuffer::OutputBuffer(int descriptor)
+    : mDescriptor(descriptor),
+      mBytes(std::make_unique<char[]>(CAPACITY))
+{
+}
+
+void OutputBuffer::PutSlowly(std::string_view text)
+{
+    for (const char character : text)
+        Put(character);
+}
+
+void OutputBuffer::Fill(char character, std::size_t count)
+{
+    for (; count > 0; --count)
+        Put(character);
+}
+
+void OutputBuffer::PutLeft(std::string_view text, std::size_t width)
+{
+    Put(text);
+    if (text.size() < width)
+        Fill(' ', width - text.size());
+}
+
+void OutputBuffer::PutRight(std::string_view text, std::size_t width)
+{
+    if (text.size() < width)
+        Fill(' ', width - text.size());
+    Put(text);
+}
+
+void OutputBuffer::PutDecimal(std::uint64_t value, std::size_t width, char fill)
+{
+    std::array<char, 20> digits;
+    const auto end = std::to_chars(digits.begin(), digits.end(), value);
+    const auto count = static_cast<std::size_t>(end.ptr - digits.data());
+    if (count < width)
+        Fill(fill, width - count);
+    Put(std::string_view(digits.data(), count));
+}
+
+void OutputBuffer::PutHex(std::uint64_t value, std::size_t width)
+{
+    std::array<char, 16> digits;
+    std::size_t first = digits.size();
+    do {
+        digits[--first] = "0123456789ABCDEF"[value & 0xF];
+        value >>= 4;
+    } while (value != 0);
+    const std::size_t count = digits.size() - first;
+    if (count < width)
+        Fill('0', width - count);
+    Put(std::string_view(&digits[first], count));
+}
+
+void OutputBuffer::PutReal(float value)
+{
+    if (std::isnan(value))
+        return Put("nan");
+    std::array<char, 32> digits;
+    const auto end = std::to_chars(digits.begin(), digits.end(), value);
+    Put(std::string_view(digits.data(), static_cast<std::size_t>(end.ptr - digits.data())));
+}
+
+void OutputBuffer::WriteOut()
+{
+    std::size_t done = 0;
+    while (done < mSize) {
+        const ssize_t written = ::write(mDescriptor, &mBytes[done], mSize - done);
+        if (written >= 0) {
+            done += static_cast<std::size_t>(written);
+        } else if (errno == EAGAIN) {
+            pollfd output = {mDescriptor, POLLOUT, 0};
+            ::poll(&output, 1, -1);
+        } else if (errno != EINTR) {
+            mSize = 0;
+            if (errno == EPIPE)
+                throw ReaderGone();
+            throw Trouble(std::string("standard output: cannot write: ") + std::strerror(errno) +
+                          "; check where the output goes");
+        }
+    }
+    mSize = 0;
+}
+
+} // namespace tarn::tool

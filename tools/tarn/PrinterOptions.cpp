@@ -1,0 +1,61 @@
+#include "PrinterOptions.h"
+
+#include "CsvPrinter.h"
+#include "JsonPrinter.h"
+#include "TextPrinter.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
+#include <unistd.h>
+
+namespace tarn::tool
+{
+
+void PrinterOptions::AddOptions(CLI::App& verb)
+{
+    AddForm(verb, "--short", FORM_SHORT, "One line a message with every field by name");
+    AddForm(verb, "--long", FORM_LONG, "One line a field, an empty line behind every message");
+    AddForm(verb, "--json", FORM_JSON, "One JSON object a line; 'tarn encode --json' reads it");
+    AddForm(verb, "--csv", FORM_CSV, "Comma-separated values under a line of names");
+    verb.add_option("--color", mColour,
+                    "Colour in the usual form: auto, always or never. auto (default)\n"
+                    "is on a terminal unless NO_COLOR is set")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}).name(""))
+        ->group("Output");
+}
+
+void PrinterOptions::AddForm(CLI::App& verb, const char* name, tForm form, const char* help)
+{
+    mForms
+        .Add(
+            verb, name, [this, form] { mForm = form; }, help)
+        ->group("Output");
+}
+
+std::unique_ptr<MessagePrinter> PrinterOptions::MakePrinter() const
+{
+    switch (mForm) {
+    case FORM_SHORT:
+        return std::make_unique<ShortPrinter>();
+    case FORM_LONG:
+        return std::make_unique<LongPrinter>();
+    case FORM_JSON:
+        return std::make_unique<JsonPrinter>();
+    case FORM_CSV:
+        return std::make_unique<CsvPrinter>();
+    default:
+        return std::make_unique<TextPrinter>(IsColoured());
+    }
+}
+
+bool PrinterOptions::IsColoured() const
+{
+    if (mColour != "auto")
+        return mColour == "always";
+    const char* const noColour = std::getenv("NO_COLOR");
+    return (noColour == nullptr || *noColour == '\0') && ::isatty(STDOUT_FILENO) != 0;
+}
+
+} // namespace tarn::tool

@@ -1,0 +1,40 @@
+#ifndef TARN_TOOLS_PRINTER_OPTIONS_H
+#define TARN_TOOLS_PRINTER_OPTIONS_H
+
+#include "ExclusiveFlags.h"
+#include "MessagePrinter.h"
+
+#include <memory>
+#include <string>
+
+namespace CLI
+{
+class App;
+}
+
+namespace tarn::tool
+{
+
+/// The choice among the forms of output.
+class PrinterOptions
+{
+public:
+    /// Adds --short, --long, --json, --csv and --color to a verb.
+    void AddOptions(CLI::App& verb);
+
+    std::unique_ptr<MessagePrinter> MakePrinter() const;
+
+private:
+    enum tForm { FORM_TEXT, FORM_SHORT, FORM_LONG, FORM_JSON, FORM_CSV };
+
+    void AddForm(CLI::App& verb, const char* name, tForm form, const char* help);
+    bool IsColoured() const;
+
+    ExclusiveFlags mForms;
+    tForm mForm = FORM_TEXT;
+    std::string mColour = "auto";
+};
+
+} // namespace tarn::tool
+
+#endif

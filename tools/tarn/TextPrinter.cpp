@@ -1,0 +1,199 @@
+#include "TextPrinter.h"
+
+#include "Words.h"
+
+namespace tarn::tool
+{
+
+namespace
+{
+
+constexpr std::string_view GAP = "  ";
+constexpr std::size_t INTERFACE_WIDTH = 6;
+/// "g127.255"
+constexpr std::size_t TARGET_WIDTH = 8;
+/// "RESOURCE EXCLUSIVE RESERVED"
+constexpr std::size_t STATUS_WIDTH = 27;
+/// "S16F0"
+constexpr std::size_t DATA_TYPE_WIDTH = 5;
+
+constexpr std::string_view DIM = "\x1b[2m";
+constexpr std::string_view GREEN = "\x1b[32m";
+constexpr std::string_view YELLOW = "\x1b[33m";
+constexpr std::string_view RED = "\x1b[31m";
+constexpr std::string_view PLAIN = "\x1b[0m";
+
+void PutTimeOfDay(const CandumpLine& line, OutputBuffer& out)
+{
+    const std::uint64_t seconds = line.frame.GetTimeStamp() / 1000000000u;
+    out.PutDecimal(seconds / 3600 % 24, 2);
+    out.Put(':');
+    out.PutDecimal(seconds / 60 % 60, 2);
+    out.Put(':');
+    out.PutDecimal(seconds % 60, 2);
+    PutDecimals(line, out);
+}
+
+void PutTime(const CandumpLine& line, OutputBuffer& out)
+{
+    if (line.timeForm == CandumpLine::TIME_NONE)
+        return;
+    if (line.timeForm == CandumpLine::TIME_RELATIVE)
+        PutSeconds(line, out);
+    else
+        PutTimeOfDay(line, out);
+    out.Put(GAP);
+}
+
+/// "9", group "g9", module 3 of it "9.3".
+void PutTarget(const MessageFields& fields, OutputBuffer& out)
+{
+    std::size_t width = fields.target < 10 ? 1 : fields.target < 100 ? 2 : 3;
+    if (fields.addressing == TarnMessage::ADDRESSING_GROUP) {
+        out.Put('g');
+        ++width;
+    }
+    out.PutDecimal(fields.target);
+    if (fields.addressingMode == TarnMessage::ADDRESSING_MODE_EXTENDED) {
+        out.Put('.');
+        out.PutDecimal(fields.module);
+        width += fields.module < 10 ? 2 : fields.module < 100 ? 3 : 4;
+    }
+    out.Fill(' ', TARGET_WIDTH - width);
+}
+
+void PutDataHeader(const MessageFields& fields, OutputBuffer& out)
+{
+    const bool read = fields.accessType == TarnMessage::ACCESS_READ;
+    const bool request = fields.direction == TarnMessage::DIRECTION_REQUEST;
+    out.PutDecimal(fields.source, 3, ' ');
+    out.Put(" -> ");
+    PutTarget(fields, out);
+    out.Put("  reg ");
+    out.PutDecimal(fields.reg, 3, ' ');
+    out.Put(" (0x");
+    out.PutHex(fields.reg, 2);
+    out.Put(read ? ")  READ  " : ")  WRITE ");
+    out.Put(request ? "request   " : "response  ");
+}
+
+/// As wide as the header of a DATA message.
+void PutChcpHeader(const MessageFields& fields, OutputBuffer& out)
+{
+    out.Put("CHCP ");
+    out.PutHex(fields.mac, 7);
+    out.Put("  device ");
+    out.PutHex(fields.deviceCode, 8);
+    out.Put("  id ");
+    out.PutDecimal(fields.chcpId, 3, ' ');
+    out.Put("  cmd ");
+    if (fields.chcpCommand < TarnMessage::CHCP_COMMAND_NONE)
+        out.PutDecimal(fields.chcpCommand);
+    else
+        out.Put('-');
+    out.Put("     ");
+}
+
+void PutData(const MessageFields& fields, OutputBuffer& out)
+{
+    out.Put(GAP);
+    if (fields.payloadSize == 0)
+        return out.Put(DATA_TYPE_WORDS[fields.dataType]);
+    out.PutLeft(DATA_TYPE_WORDS[fields.dataType], DATA_TYPE_WIDTH);
+    out.Put(' ');
+    if (fields.values.kind != PayloadValues::NONE)
+        return PutValues(fields.values, out);
+    out.Put('[');
+    PutPayload(fields, " ", out);
+    out.Put(']');
+}
+
+std::string_view ColourOf(unsigned int status)
+{
+    if (status == TarnMessage::STATUS_OPERATING)
+        return GREEN;
+    if (status == TarnMessage::STATUS_OPERATING_WITH_WARNING)
+        return YELLOW;
+    return status > TarnMessage::STATUS_OPERATING_WITH_WARNING ? RED : std::string_view();
+}
+
+} // namespace
+
+void TextPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
+{
+    const MessageFields& fields = received.fields;
+    PutOrigin(received.line, out);
+    if (fields.IsChcp())
+        PutChcpHeader(fields, out);
+    else
+        PutDataHeader(fields, out);
+    PutStatus(fields.status, fields.IsChcp() ? 0 : STATUS_WIDTH, out);
+    if (!fields.IsChcp())
+        PutData(fields, out);
+    PutNotes(fields, out);
+    out.Put('\n');
+}
+
+void TextPrinter::PutOrigin(const CandumpLine& line, OutputBuffer& out) const
+{
+    PutColour(DIM, out);
+    PutTime(line, out);
+    if (line.interfaceName[0] != '\0') {
+        out.PutLeft(line.interfaceName, INTERFACE_WIDTH);
+        out.Put(GAP);
+    }
+    if (line.direction != CandumpLine::DIRECTION_UNKNOWN)
+        out.Put(line.direction == CandumpLine::DIRECTION_RECEIVED ? "rx  " : "tx  ");
+    PutColour(PLAIN, out);
+}
+
+void TextPrinter::PutStatus(unsigned int status, std::size_t width, OutputBuffer& out) const
+{
+    const std::string_view colour = ColourOf(status);
+    if (!colour.empty())
+        PutColour(colour, out);
+    out.PutLeft(STATUS_WORDS[status], width);
+    if (!colour.empty())
+        PutColour(PLAIN, out);
+}
+
+void TextPrinter::PutNotes(const MessageFields& fields, OutputBuffer& out) const
+{
+    if (!fields.IsChcp() && fields.priority != TarnMessage::PRIORITY_DATA)
+        PutNote("priority ", PRIORITY_WORDS[fields.priority], out);
+    if (fields.IsChcp() && fields.dataType != 0)
+        PutNote("data type ", DATA_TYPE_WORDS[fields.dataType], out);
+    if (fields.oddity != MessageFields::ODDITY_NONE)
+        PutNote(Describe(fields.oddity), {}, out);
+}
+
+void TextPrinter::PutNote(std::string_view note, std::string_view word, OutputBuffer& out) const
+{
+    out.Put(GAP);
+    PutColour(YELLOW, out);
+    out.Put('(');
+    out.Put(note);
+    out.Put(word);
+    out.Put(')');
+    PutColour(PLAIN, out);
+}
+
+void TextPrinter::PutColour(std::string_view code, OutputBuffer& out) const
+{
+    if (mColour)
+        out.Put(code);
+}
+
+void ShortPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
+{
+    out.Put(received.message.ToStringShort());
+    out.Put('\n');
+}
+
+void LongPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
+{
+    out.Put(received.message.ToString());
+    out.Put("\n\n");
+}
+
+} // namespace tarn::tool
