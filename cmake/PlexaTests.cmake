@@ -1,5 +1,5 @@
 # plexa_add_test(NAME [SOURCES file...] [LINK target...] [LABELS label...] [ENVIRONMENT VAR=value...]):
-# a GoogleTest program whose every test is a test of ctest's too.
+# a GoogleTest program whose every test is a test of ctest's too. Tests labelled slow run one at a time.
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
@@ -15,5 +15,8 @@ function(plexa_add_test name)
       list(APPEND properties ${property} "${ARG_${property}}")
     endif()
   endforeach()
+  if("slow" IN_LIST ARG_LABELS)
+    list(APPEND properties RUN_SERIAL ON TIMEOUT 600)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
 endfunction()

@@ -10,7 +10,7 @@ namespace
 
 using support::CommandResult;
 
-constexpr std::size_t FRAMES = 100000;
+constexpr std::size_t FRAMES = ROUND_TRIP_FRAMES;
 constexpr unsigned int CHCP_BIT = 1u << 28;
 constexpr unsigned int EXTENDED_MODE_BIT = 1u << 22;
 
@@ -102,7 +102,8 @@ protected:
         }
         mLiterals = literals;
         const CommandResult decoded = Tarn({"decode", "--json"}, mLiterals);
-        EXPECT_EQ(decoded.err, "tarn decode: 100000 frames read: 100000 decoded, 0 not Tarn; "
+        EXPECT_EQ(decoded.err, "tarn decode: " + std::to_string(FRAMES) + " frames read: " +
+                      std::to_string(FRAMES) + " decoded, 0 not Tarn; "
                                "0 lines malformed, 0 comments\n");
         mObjects = decoded.out;
     }

@@ -156,9 +156,22 @@ void FrameHandlers::Report(const std::string& text)
 {
     ++mExceptions;
     try {
-        Poco::Logger::get(mLoggerName).error("A frame handler threw: " + text);
+        if (!WasJustLogged(text))
+            Poco::Logger::get(mLoggerName).error("A frame handler threw: " + text);
     } catch (...) { // a log that fails must not end the receive thread
     }
+}
+
+/// A handler that throws at every frame must not fill the log: the same text counts once a second.
+bool FrameHandlers::WasJustLogged(const std::string& text)
+{
+    const std::lock_guard<std::mutex> lock(mLogMutex);
+    const auto now = std::chrono::steady_clock::now();
+    if (text == mLoggedText && now - mLoggedAt < std::chrono::seconds(1))
+        return true;
+    mLoggedText = text;
+    mLoggedAt = now;
+    return false;
 }
 
 bool FrameHandlers::IsRunning(const iCanMessageHandler* handler, bool onThisThread) const

@@ -2,6 +2,7 @@
 #define PLEXA_CAN_SRC_FRAME_HANDLERS_H
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -49,6 +50,7 @@ private:
 
     void Invoke(iCanMessageHandler& handler, const CanMessage& frame);
     void Report(const std::string& text);
+    bool WasJustLogged(const std::string& text);
     void Remove(std::unique_lock<std::mutex>& lock,
                 std::vector<iCanMessageHandler*>::iterator entry);
     bool IsRunning(const iCanMessageHandler* handler, bool onThisThread) const;
@@ -60,6 +62,9 @@ private:
     unsigned int mWalks = 0;
     Call* mCalls = nullptr;
     std::atomic<unsigned long long>& mExceptions;
+    std::mutex mLogMutex;
+    std::string mLoggedText;
+    std::chrono::steady_clock::time_point mLoggedAt;
 };
 
 } // namespace tarn

@@ -1,0 +1,91 @@
+#ifndef PLEXA_CAN_SRC_CAN_SOCKET_H
+#define PLEXA_CAN_SRC_CAN_SOCKET_H
+
+#include "CanSystem.h"
+
+#include <plexa_can/CanMessage.h>
+#include <plexa_can/SocketCanDispatcher.h>
+
+#include <array>
+#include <functional>
+#include <linux/can.h>
+#include <string>
+
+namespace tarn
+{
+
+/// A raw CAN socket bound to one interface. Sending may be done by several threads, receiving by
+/// one.
+class CanSocket
+{
+public:
+    /// Opens and binds; nothing is received until Listen(true).
+    /// @throws CanException with cause and remedy
+    CanSocket(iCanSystem& system, std::string interface,
+              const SocketCanDispatcher::Options& options);
+    ~CanSocket();
+    CanSocket(const CanSocket&) = delete;
+    CanSocket& operator=(const CanSocket&) = delete;
+
+    int Descriptor() const { return mDescriptor; }
+    unsigned int InterfaceIndex() const { return mInterfaceIndex; }
+
+    /// Binds to the interface of the same name that has got another index.
+    bool Rebind(unsigned int interfaceIndex);
+
+    /// Lets in what the options say, or nothing.
+    void Listen(bool on);
+
+    /// Reads what is there, at most a batch, and gives each frame to receive; what is no classical
+    /// CAN frame is counted in oddities.
+    /// @return 0, or the error number
+    int Receive(const std::function<void(const CanMessage&)>& receive,
+                unsigned long long& oddities);
+
+    /// @return 0, or the error number
+    int Send(const CanMessage& frame);
+
+    /// Frames that the kernel had dropped in all, modulo 2^32, when the last batch came in. For the
+    /// thread that receives.
+    unsigned int DropsAtLastBatch() const { return mDrops; }
+
+    /// The same as of now; false where the kernel (before 4.12) cannot tell. For any thread.
+    bool AskForDrops(unsigned int& drops) const;
+
+private:
+    static constexpr std::size_t BATCH_SIZE = 32;
+    static constexpr std::size_t CONTROL_SIZE = 256;
+
+    struct Slot {
+        canfd_frame frame;
+        iovec part;
+        alignas(cmsghdr) std::array<char, CONTROL_SIZE> control;
+    };
+
+    void Open();
+    void Bind();
+    void SetOptions();
+    void SetFilters(bool on);
+    void PrepareBatch();
+    void ReadControl(msghdr& message, CanMessage& frame);
+    [[noreturn]] void Refuse(const std::string& what, int error, const std::string& remedy);
+    std::string OtherInterfaces();
+    template <typename Value>
+    bool SetOption(int level, int name, const Value& value)
+    {
+        return mSystem.SetOption(mDescriptor, level, name, &value, sizeof value) == 0;
+    }
+
+    iCanSystem& mSystem;
+    const std::string mInterface;
+    const SocketCanDispatcher::Options mOptions;
+    int mDescriptor = -1;
+    unsigned int mInterfaceIndex = 0;
+    unsigned int mDrops = 0;
+    std::array<Slot, BATCH_SIZE> mSlots = {};
+    std::array<mmsghdr, BATCH_SIZE> mMessages = {};
+};
+
+} // namespace tarn
+
+#endif
