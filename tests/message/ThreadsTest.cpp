@@ -94,6 +94,19 @@ TEST(OneMessage, ChangesModuleAndModeTogether)
     EXPECT_EQ(torn, 0);
 }
 
+TEST(MessagesOfTwoThreads, AreFramedAtTheSameTime)
+{
+    std::atomic<int> torn(0);
+    TarnMessage one;
+    one.SetModule(5);
+    TarnMessage other;
+    other.SetChcpID(5);
+    const auto sent = [](TarnMessage& message) { return message.RawMessageRef().ToString(); };
+    RunTogether({[&] { torn += sent(one) != "0FC00001#2005"; },
+                 [&] { torn += sent(other) != "1F800001#00000000050020"; }});
+    EXPECT_EQ(torn, 0);
+}
+
 void TouchHeader(TarnMessage& message)
 {
     message.SetType(TarnMessage::TYPE_DATA);

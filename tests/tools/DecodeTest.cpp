@@ -338,7 +338,7 @@ TEST(Decode, EndsQuietlyWhenTheReaderGoes)
     EXPECT_EQ(result.err, "0\n");
 }
 
-TEST(Decode, FinishesWithSummaryAndStatusOnAStopSignal)
+TEST(Decode, ExitsWith128AndTheNumberOfAStopSignal)
 {
     support::RunningCommand command({TARN_COMMAND, "decode", "-q"});
     command.Write("0F800001#20\n");

@@ -12,7 +12,7 @@
 
 #include <chrono>
 #include <cstdio>
-#include <optional>
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -136,9 +136,11 @@ public:
         Decoder decoder(mFilter, *printer, out, account);
         printer->Begin(out);
         bool complete = true;
+        mTotalBytes = TotalSize(mFiles);
         for (const std::string& file : mFiles.empty() ? std::vector<std::string>{"-"} : mFiles)
             complete = DecodeFile(file, decoder, out) && complete;
         out.WriteOut();
+        mProgress.Clear();
         if (!mQuiet)
             std::fprintf(stderr, "%s\n", account.Summary().c_str());
         if (CaughtStopSignal() != 0)
@@ -147,13 +149,14 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     /// Goes on to the next file after one that cannot be read.
     bool DecodeFile(const std::string& file, Decoder& decoder, OutputBuffer& out)
     {
-        std::optional<LineReader> reader;
         try {
-            reader.emplace(file);
-            ReadLines(*reader, decoder, out);
+            LineReader reader(file);
+            ReadLines(reader, decoder, out);
             return true;
         } catch (const Failure& failure) {
             mProgress.Clear();
@@ -164,18 +167,30 @@ private:
 
     void ReadLines(LineReader& reader, Decoder& decoder, OutputBuffer& out)
     {
-        using Clock = std::chrono::steady_clock;
-        const auto begin = Clock::now();
         reader.BeforeRead([&](bool idle) {
             if (idle)
                 out.WriteOut();
-            const std::chrono::duration<double> elapsed = Clock::now() - begin;
-            mProgress.Update(reader.GetBytesRead(), reader.GetFileSize(), elapsed.count());
+            const std::chrono::duration<double> elapsed = Clock::now() - mBegin;
+            mProgress.Update(mBytesBefore + reader.GetBytesRead(), mTotalBytes, elapsed.count());
         });
         InputLine line;
         while (reader.Next(line))
             decoder.Take(line, reader.GetName());
-        mProgress.Clear();
+        mBytesBefore += reader.GetBytesRead();
+    }
+
+    /// 0 when not all are regular files.
+    static std::uintmax_t TotalSize(const std::vector<std::string>& files)
+    {
+        std::uintmax_t total = 0;
+        for (const std::string& file : files) {
+            std::error_code error;
+            const std::uintmax_t size = std::filesystem::file_size(file, error);
+            if (error)
+                return 0;
+            total += size;
+        }
+        return total;
     }
 
     /// A bar among the lines of output would spoil both.
@@ -189,6 +204,9 @@ private:
     PrinterOptions mPrinterOptions;
     MessageFilter mFilter;
     ProgressBar mProgress{ProgressTerminal()};
+    Clock::time_point mBegin = Clock::now();
+    std::uint64_t mBytesBefore = 0;
+    std::uint64_t mTotalBytes = 0;
     bool mStrict = false;
     bool mQuiet = false;
 };

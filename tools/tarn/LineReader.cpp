@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarn::tool
@@ -26,20 +25,12 @@ int Open(const std::string& path)
     return descriptor;
 }
 
-std::uint64_t SizeOfRegularFile(int descriptor)
-{
-    struct stat status = {};
-    const bool regular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    return regular ? static_cast<std::uint64_t>(status.st_size) : 0;
-}
-
 } // namespace
 
 LineReader::LineReader(const std::string& path)
     : mName(path == "-" ? "standard input" : path),
       mDescriptor(Open(path)),
-      mBytes(std::make_unique<char[]>(CAPACITY)),
-      mFileSize(SizeOfRegularFile(mDescriptor))
+      mBytes(std::make_unique<char[]>(CAPACITY))
 {
 }
 
@@ -53,28 +44,24 @@ bool LineReader::Next(InputLine& line)
 {
     std::size_t searched = 0;
     for (;;) {
-        const std::size_t held = mEnd - mBegin;
-        const void* const found = std::memchr(&mBytes[mBegin] + searched, '\n', held - searched);
-        if (found != nullptr) {
-            const auto size =
-                static_cast<std::size_t>(static_cast<const char*>(found) - &mBytes[mBegin]);
-            if (Deliver(line, size, 1))
+        const std::string_view held(&mBytes[mBegin], mEnd - mBegin);
+        const std::size_t newline = held.find('\n', searched);
+        if (newline != std::string_view::npos) {
+            if (Deliver(line, newline, 1))
                 return true;
             searched = 0;
-            continue;
-        }
-        if (held == CAPACITY) {
-            const bool first = Deliver(line, held, 0);
-            line.cut = true;
+        } else if (held.size() == CAPACITY) {
+            const bool isNew = Deliver(line, held.size(), 0);
             mSkipping = true;
-            if (first)
+            line.cut = isNew;
+            if (isNew)
                 return true;
             searched = 0;
-            continue;
+        } else {
+            searched = held.size();
+            if (!Fill())
+                return mEnd > mBegin && CaughtStopSignal() == 0 && Deliver(line, mEnd - mBegin, 0);
         }
-        searched = held;
-        if (!Fill())
-            return mEnd > mBegin && CaughtStopSignal() == 0 && Deliver(line, mEnd - mBegin, 0);
     }
 }
 

@@ -43,8 +43,6 @@ public:
     /// How messages name the file.
     const std::string& GetName() const { return mName; }
     std::uint64_t GetBytesRead() const { return mBytesRead; }
-    /// Size of a regular file, 0 of anything else.
-    std::uint64_t GetFileSize() const { return mFileSize; }
 
 private:
     bool Fill();
@@ -59,7 +57,6 @@ private:
     std::size_t mEnd = 0;
     std::uint64_t mLineNumber = 0;
     std::uint64_t mBytesRead = 0;
-    std::uint64_t mFileSize = 0;
     bool mSkipping = false;
 };
 
