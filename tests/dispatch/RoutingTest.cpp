@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <thread>
 
 namespace
 {
@@ -179,6 +180,64 @@ TYPED_TEST(Routing, ANestedFrameMayEmptyTheListOfTheOuterWalk)
                             "ABC");
     this->Dispatch(DataFrame(5, 9));
     EXPECT_EQ(this->mCalls, "ABABC");
+}
+
+TYPED_TEST(Routing, AnEntryThatIsDoneIsGoneBeforeTheNextIsCalled)
+{
+    this->mA.SetAction([](TarnMessage&) { return true; });
+    this->mB.SetAction([&, depth = 0](TarnMessage&) mutable {
+        if (++depth == 1)
+            this->Dispatch(DataFrame(5, 9));
+        return false;
+    });
+    this->mDispatcher->SubscribeSource(5, &this->mA);
+    this->mDispatcher->SubscribeSource(5, &this->mB);
+    this->Dispatch(DataFrame(5, 9));
+    EXPECT_EQ(this->mCalls, "ABB");
+}
+
+TYPED_TEST(Routing, UnsubscribingFromAllLeavesEveryOtherFamily)
+{
+    this->mDispatcher->SubscribeSource(5, &this->mA);
+    this->mDispatcher->SubscribeTarget(9, &this->mA);
+    this->mDispatcher->SubscribeChcp(&this->mA);
+    this->mDispatcher->SubscribeAll(&this->mA);
+    this->mDispatcher->UnsubscribeAll(&this->mA);
+    this->Dispatch(DataFrame(5, 9));
+    this->Dispatch(ChcpFrame(1));
+    EXPECT_EQ(this->mCalls, "AAA");
+}
+
+TEST(AsyncDispatcher, OffersADataMessageBySourceByTargetAndToAllInThatOrder)
+{
+    std::string calls;
+    RecordingHandler a("A", calls);
+    RecordingHandler b("B", calls);
+    RecordingHandler c("C", calls);
+    RecordingHandler d("D", calls);
+    const auto dispatcher = Make<TarnAsyncDispatcher>();
+    dispatcher->SubscribeAll(&d);
+    dispatcher->SubscribeChcp(&c);
+    dispatcher->SubscribeTarget(9, &b);
+    dispatcher->SubscribeSource(5, &a);
+    CanMessage frame = DataFrame(5, 9);
+    dispatcher->DispatchResponse(frame);
+    EXPECT_EQ(calls, "ABD");
+}
+
+TEST(AsyncDispatcher, AThrowingAllHandlerReleasesItsFamilyForOtherThreads)
+{
+    std::string calls;
+    RecordingHandler throwing("A", calls,
+                              [](TarnMessage&) -> bool { throw std::runtime_error("handler"); });
+    RecordingHandler behind("B", calls);
+    const auto dispatcher = Make<TarnAsyncDispatcher>();
+    dispatcher->SubscribeAll(&throwing);
+    dispatcher->SubscribeAll(&behind);
+    CanMessage frame = DataFrame(5, 9);
+    EXPECT_THROW(dispatcher->DispatchResponse(frame), std::runtime_error);
+    EXPECT_EQ(calls, "A");
+    std::thread([&] { dispatcher->SubscribeAll(&behind); }).join();
 }
 
 TEST(AsyncDispatcher, OffersEveryMessageToTheAllHandlersLast)

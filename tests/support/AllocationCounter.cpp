@@ -1,5 +1,6 @@
 #include "support/AllocationCounter.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -7,6 +8,8 @@ namespace
 {
 
 thread_local unsigned long tAllocations = 0;
+thread_local unsigned long tFailing = 0; // the number of the allocation that fails; 0 for none
+std::atomic<long> live{0};
 
 } // namespace
 
@@ -14,20 +17,25 @@ thread_local unsigned long tAllocations = 0;
 
 void* operator new(std::size_t size)
 {
-    ++tAllocations;
-    if (void* const memory = std::malloc(size != 0 ? size : 1))
-        return memory;
-    throw std::bad_alloc();
+    if (++tAllocations == tFailing)
+        throw std::bad_alloc();
+    void* const memory = std::malloc(size != 0 ? size : 1);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    ++live;
+    return memory;
 }
 
 void operator delete(void* memory) noexcept
 {
+    if (memory != nullptr)
+        --live;
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
 }
 
 namespace support
@@ -36,6 +44,21 @@ namespace support
 unsigned long AllocationsSoFar()
 {
     return tAllocations;
+}
+
+long LiveAllocations()
+{
+    return live;
+}
+
+AllocationFault::AllocationFault(unsigned long nth)
+{
+    tFailing = tAllocations + nth;
+}
+
+AllocationFault::~AllocationFault()
+{
+    tFailing = 0;
 }
 
 } // namespace support

@@ -8,6 +8,20 @@ namespace support
 /// the test program: it replaces operator new and delete, for the libraries too.
 unsigned long AllocationsSoFar();
 
+/// How many allocations of all threads are not freed yet.
+long LiveAllocations();
+
+/// Makes the nth allocation that this thread makes from now on fail, counted from 1; those of other
+/// threads and all later ones go through.
+class AllocationFault
+{
+public:
+    explicit AllocationFault(unsigned long nth);
+    ~AllocationFault();
+    AllocationFault(const AllocationFault&) = delete;
+    AllocationFault& operator=(const AllocationFault&) = delete;
+};
+
 /// How often the operation calls operator new on this thread.
 template <typename Operation>
 unsigned long CountAllocations(Operation&& operation)
