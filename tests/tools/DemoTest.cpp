@@ -34,7 +34,7 @@ TEST(Demo, TellsTheSameStoryEveryTime)
     const support::CommandResult result = Tarn({"demo"});
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.err, "");
-    EXPECT_EQ(result.out, Content(PROJECT_DIRECTORY "/tests/tools/demo.txt"));
+    EXPECT_EQ(result.out, Content(PROJECT_DIRECTORY "/docs/demo.txt"));
 }
 
 TEST(Demo, UsesColourOnATerminalOnly)
