@@ -6,9 +6,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdlib>
-#include <unistd.h>
-
 namespace tarn::tool
 {
 
@@ -18,12 +15,7 @@ void PrinterOptions::AddOptions(CLI::App& verb)
     AddForm(verb, "--long", FORM_LONG, "One line a field, an empty line behind every message");
     AddForm(verb, "--json", FORM_JSON, "One JSON object a line; 'tarn encode --json' reads it");
     AddForm(verb, "--csv", FORM_CSV, "Comma-separated values under a line of names");
-    verb.add_option("--color", mColour,
-                    "Colour in the usual form: auto, always or never. auto (default)\n"
-                    "is on a terminal unless NO_COLOR is set")
-        ->type_name("WHEN")
-        ->check(CLI::IsMember({"auto", "always", "never"}).name(""))
-        ->group("Output");
+    mColour.AddOption(verb, " in the usual form");
 }
 
 void PrinterOptions::AddForm(CLI::App& verb, const char* name, tForm form, const char* help)
@@ -46,16 +38,8 @@ std::unique_ptr<MessagePrinter> PrinterOptions::MakePrinter() const
     case FORM_CSV:
         return std::make_unique<CsvPrinter>();
     default:
-        return std::make_unique<TextPrinter>(IsColoured());
+        return std::make_unique<TextPrinter>(mColour.IsOn());
     }
-}
-
-bool PrinterOptions::IsColoured() const
-{
-    if (mColour != "auto")
-        return mColour == "always";
-    const char* const noColour = std::getenv("NO_COLOR");
-    return (noColour == nullptr || *noColour == '\0') && ::isatty(STDOUT_FILENO) != 0;
 }
 
 } // namespace tarn::tool

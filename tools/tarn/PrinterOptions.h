@@ -1,11 +1,11 @@
 #ifndef TARN_TOOLS_PRINTER_OPTIONS_H
 #define TARN_TOOLS_PRINTER_OPTIONS_H
 
+#include "ColourOption.h"
 #include "ExclusiveFlags.h"
 #include "MessagePrinter.h"
 
 #include <memory>
-#include <string>
 
 namespace CLI
 {
@@ -28,11 +28,10 @@ private:
     enum tForm { FORM_TEXT, FORM_SHORT, FORM_LONG, FORM_JSON, FORM_CSV };
 
     void AddForm(CLI::App& verb, const char* name, tForm form, const char* help);
-    bool IsColoured() const;
 
     ExclusiveFlags mForms;
     tForm mForm = FORM_TEXT;
-    std::string mColour = "auto";
+    ColourOption mColour;
 };
 
 } // namespace tarn::tool

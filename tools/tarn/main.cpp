@@ -1,4 +1,5 @@
 #include "DecodeVerb.h"
+#include "DemoVerb.h"
 #include "EncodeVerb.h"
 #include "Failure.h"
 
@@ -56,6 +57,7 @@ int main(int argc, char** argv)
     std::vector<std::unique_ptr<Verb>> verbs;
     verbs.push_back(MakeDecodeVerb(command));
     verbs.push_back(MakeEncodeVerb(command));
+    verbs.push_back(MakeDemoVerb(command));
     try {
         command.parse(argc, argv);
         return RunChosenVerb(verbs);
