@@ -20,3 +20,25 @@ function(plexa_add_test name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
 endfunction()
+
+# Has the property PROGRAMS: a line each for tests/can-kernel/each.
+add_custom_target(can_kernel)
+
+# plexa_add_can_kernel_test(NAME [SOURCES file...] [LINK target...] [COMMAND program argument...]):
+# a GoogleTest program, or a command, that runs on a kernel with CAN, as root, with vcan0 and vcan1 up.
+function(plexa_add_can_kernel_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;COMMAND" ${ARGN})
+  if(ARG_SOURCES)
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest_main
+      plexa_build_options)
+    set(ARG_COMMAND $<TARGET_FILE:${name}>)
+  endif()
+  list(JOIN ARG_COMMAND "' '" command)
+  set_property(TARGET can_kernel APPEND PROPERTY PROGRAMS "${name} '${command}'")
+  add_test(NAME CanKernel.${name}
+    COMMAND ${PROJECT_SOURCE_DIR}/tests/can-kernel/result ${CMAKE_BINARY_DIR}/can-kernel.log ${name})
+  set_tests_properties(CanKernel.${name} PROPERTIES
+    LABELS can-kernel FIXTURES_REQUIRED can_kernel_boot)
+endfunction()
