@@ -51,6 +51,14 @@ SimulatedDevice::Options AtNine()
     return options;
 }
 
+/// Keeps what it gets as text, each frame behind a blank.
+struct Client : iCanMessageHandler {
+    ~Client() noexcept override {}
+    void DispatchResponse(CanMessage& frame) override { mFrames += " " + frame.ToString(); }
+
+    std::string mFrames;
+};
+
 /// A bus that delivers before Send() returns, with a device and a client that keeps what it gets.
 class Device : public testing::Test
 {
@@ -64,12 +72,12 @@ protected:
     {
         FillIn(*mDevice);
         mDispatcher->Start();
-        mClientNode->Start(&mRecorder);
+        mClientNode->Start(&mClient);
     }
 
     ~Device() override
     {
-        mClientNode->Stop(&mRecorder);
+        mClientNode->Stop(&mClient);
         mDispatcher->Stop();
     }
 
@@ -83,14 +91,10 @@ protected:
     /// The frames that come in answer to one, each behind a blank.
     std::string AnswersTo(const CanMessage& request)
     {
-        const std::size_t before = mRecorder.Frames().size();
+        mClient.mFrames.clear();
         CanMessage frame = request;
         mClientNode->Send(frame);
-        const auto frames = mRecorder.Frames();
-        std::string answers;
-        for (std::size_t at = before; at < frames.size(); ++at)
-            answers += " " + frames[at].ToString();
-        return answers;
+        return mClient.mFrames;
     }
 
     std::string AnswersTo(const std::string& request) { return AnswersTo(Frame(request)); }
@@ -99,7 +103,7 @@ protected:
     std::tr1::shared_ptr<VirtualCanNode> mDeviceNode;
     std::tr1::shared_ptr<VirtualCanNode> mClientNode;
     std::tr1::shared_ptr<TarnAsyncDispatcher> mDispatcher;
-    FrameRecorder mRecorder;
+    Client mClient;
     std::unique_ptr<SimulatedDevice> mDevice;
 };
 

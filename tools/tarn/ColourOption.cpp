@@ -23,6 +23,7 @@ bool ColourOption::IsOn() const
 {
     if (mWhen != "auto")
         return mWhen == "always";
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
     const char* const noColour = std::getenv("NO_COLOR");
     return (noColour == nullptr || *noColour == '\0') && ::isatty(STDOUT_FILENO) != 0;
 }
