@@ -3,14 +3,16 @@
 #include "Failure.h"
 #include "FieldOptions.h"
 #include "JsonFrame.h"
-#include "LineReader.h"
 #include "OutputBuffer.h"
 #include "StopSignal.h"
+
+#include <plexa_can/LineReader.h>
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -98,10 +100,10 @@ private:
 
     void EncodeFile(const std::string& file, OutputBuffer& out)
     {
-        LineReader reader(file);
-        reader.BeforeRead([&out](bool idle) {
-            if (idle)
+        LineReader reader(file, [&out](int descriptor, std::uint64_t) {
+            if (!HasInput(descriptor))
                 out.WriteOut();
+            return WaitForInput(descriptor);
         });
         InputLine line;
         while (reader.Next(line))
@@ -110,10 +112,11 @@ private:
 
     void EncodeLine(const InputLine& line, const std::string& file, OutputBuffer& out)
     {
-        if (IsBlank(line.text))
+        const std::string_view text(line.text, line.size);
+        if (IsBlank(text))
             return;
         try {
-            out.Put(ReadJsonFrame(line.text).ToString());
+            out.Put(ReadJsonFrame(text).ToString());
             out.Put('\n');
         } catch (const Failure& failure) {
             Refuse(file + ':' + std::to_string(line.number) + ": " + failure.what());

@@ -2,6 +2,8 @@
 #include "EncodeVerb.h"
 #include "Failure.h"
 
+#include <plexa_can/CanException.h>
+
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -63,6 +65,8 @@ int main(int argc, char** argv)
         return ReportParseEnd(command, end);
     } catch (const Failure& failure) {
         return Complain(command, failure.what(), failure.GetStatus());
+    } catch (const tarn::CanException& failure) {
+        return Complain(command, failure.message(), EXIT_TROUBLE);
     } catch (const ReaderGone&) {
         return EXIT_DONE;
     } catch (const std::exception& exception) {

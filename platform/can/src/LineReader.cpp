@@ -1,18 +1,26 @@
-#include "LineReader.h"
+#include <plexa_can/CanException.h>
+#include <plexa_can/LineReader.h>
 
-#include "Failure.h"
-#include "StopSignal.h"
-
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <string_view>
 #include <unistd.h>
+#include <utility>
 
-namespace tarn::tool
+namespace tarn
 {
 
 namespace
 {
+
+CanException Failure(const std::string& name, const char* what, int error)
+{
+    return CanException(name + ": cannot " + what + ": " + std::strerror(error) +
+                            "; give the path of a log, or - for standard input",
+                        error);
+}
 
 int Open(const std::string& path)
 {
@@ -20,16 +28,16 @@ int Open(const std::string& path)
         return STDIN_FILENO;
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
-        throw Trouble(path + ": cannot open: " + std::strerror(errno) +
-                      "; give the path of a log, or - for standard input");
+        throw Failure(path, "open", errno);
     return descriptor;
 }
 
 } // namespace
 
-LineReader::LineReader(const std::string& path)
+LineReader::LineReader(const std::string& path, BeforeRead beforeRead)
     : mName(path == "-" ? "standard input" : path),
       mDescriptor(Open(path)),
+      mBeforeRead(std::move(beforeRead)),
       mBytes(std::make_unique<char[]>(CAPACITY))
 {
 }
@@ -44,7 +52,7 @@ bool LineReader::Next(InputLine& line)
 {
     std::size_t searched = 0;
     for (;;) {
-        const std::string_view held(&mBytes[mBegin], mEnd - mBegin);
+        const std::string_view held(&mBytes[mBegin], Held());
         const std::size_t newline = held.find('\n', searched);
         if (newline != std::string_view::npos) {
             if (Deliver(line, newline, 1))
@@ -60,9 +68,26 @@ bool LineReader::Next(InputLine& line)
         } else {
             searched = held.size();
             if (!Fill())
-                return mEnd > mBegin && CaughtStopSignal() == 0 && Deliver(line, mEnd - mBegin, 0);
+                return Held() > 0 && !mStopped && Deliver(line, Held(), 0);
         }
     }
+}
+
+std::string LineReader::Peek(std::size_t size)
+{
+    while (Held() < size && Fill()) {
+    }
+    return std::string(&mBytes[mBegin], std::min(size, Held()));
+}
+
+std::size_t LineReader::Read(char* bytes, std::size_t size)
+{
+    if (Held() == 0 && !Fill())
+        return 0;
+    const std::size_t count = std::min(size, Held());
+    std::memcpy(bytes, &mBytes[mBegin], count);
+    mBegin += count;
+    return count;
 }
 
 /// False for the rest of a line whose beginning was delivered before.
@@ -71,7 +96,8 @@ bool LineReader::Deliver(InputLine& line, std::size_t size, std::size_t newline)
     const bool rest = mSkipping;
     mSkipping = false;
     if (!rest) {
-        line.text = std::string_view(&mBytes[mBegin], size);
+        line.text = &mBytes[mBegin];
+        line.size = size;
         line.number = ++mLineNumber;
         line.cut = false;
     }
@@ -81,22 +107,29 @@ bool LineReader::Deliver(InputLine& line, std::size_t size, std::size_t newline)
 
 bool LineReader::Fill()
 {
-    std::memmove(mBytes.get(), &mBytes[mBegin], mEnd - mBegin);
+    std::memmove(mBytes.get(), &mBytes[mBegin], Held());
     mEnd -= mBegin;
     mBegin = 0;
-    if (mBeforeRead)
-        mBeforeRead(!HasInput(mDescriptor));
-    if (!WaitForInput(mDescriptor))
+    mStopped = mStopped || (mBeforeRead && !mBeforeRead(mDescriptor, mBytesRead));
+    if (mStopped)
         return false;
-    const ssize_t count = ::read(mDescriptor, &mBytes[mEnd], CAPACITY - mEnd);
-    if (count < 0)
-        throw Trouble(mName + ": cannot read: " + std::strerror(errno) +
-                      "; give the path of a log, or - for standard input");
-    mEnd += static_cast<std::size_t>(count);
-    mBytesRead += static_cast<std::uint64_t>(count);
+    const std::size_t count = ReadBlock();
+    mEnd += count;
+    mBytesRead += count;
     if (mBytesRead == mEnd)
         SkipByteOrderMark();
     return count > 0;
+}
+
+std::size_t LineReader::ReadBlock()
+{
+    for (;;) {
+        const ssize_t count = ::read(mDescriptor, &mBytes[mEnd], CAPACITY - mEnd);
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        if (errno != EINTR)
+            throw Failure(mName, "read", errno);
+    }
 }
 
 /// Editors of other systems put one at the beginning of a file.
@@ -108,4 +141,4 @@ void LineReader::SkipByteOrderMark()
         mBegin = mark.size();
 }
 
-} // namespace tarn::tool
+} // namespace tarn
