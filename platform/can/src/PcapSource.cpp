@@ -44,6 +44,14 @@ const Magic* MagicOf(std::string_view beginning)
     return nullptr;
 }
 
+/// The library takes the 32 bits of the seconds for a signed number, which ends in 2038.
+unsigned long long Nanoseconds(const timeval& time)
+{
+    const auto seconds = time.tv_sec < 0 ? static_cast<std::uint32_t>(time.tv_sec)
+                                         : static_cast<unsigned long long>(time.tv_sec);
+    return seconds * 1000000000u + static_cast<unsigned long long>(time.tv_usec);
+}
+
 std::string Hex(const unsigned char* bytes, std::size_t size)
 {
     std::string text;
@@ -118,8 +126,7 @@ bool PcapSource::Next(CandumpLine& entry)
     entry = CandumpLine();
     entry.timeForm = CandumpLine::TIME_ABSOLUTE;
     entry.timeDecimals = mTimeDecimals;
-    entry.frame.SetTimeStamp(static_cast<unsigned long long>(header->ts.tv_sec) * 1000000000u +
-                             static_cast<unsigned long long>(header->ts.tv_usec));
+    entry.frame.SetTimeStamp(Nanoseconds(header->ts));
     if (pcap_datalink(mFile.get()) == DLT_LINUX_SLL)
         ParseCookedPacket(mBytes, mSize, entry);
     else

@@ -46,11 +46,11 @@ void Refuse(CandumpLine& entry, const char* reason, std::size_t at)
     entry.column = at + 1;
 }
 
-/// A packet of the size of a classical frame is one, whatever its flags: systems that know no CAN
+/// A packet no larger than a classical frame is one, whatever its flags: systems that know no CAN
 /// FD leave stray bits there.
 bool IsFlexible(const unsigned char* bytes, std::size_t size)
 {
-    const bool marked = (bytes[FLAGS_AT] & FD_FLAG) != 0 && size != SOCKET_CAN_PACKET_SIZE;
+    const bool marked = (bytes[FLAGS_AT] & FD_FLAG) != 0 && size > SOCKET_CAN_PACKET_SIZE;
     return marked || size == FD_PACKET_SIZE || bytes[LENGTH_AT] > CanMessage::MAX_DATA_SIZE;
 }
 
