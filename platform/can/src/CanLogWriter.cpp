@@ -3,6 +3,7 @@
 #include <plexa_can/CanException.h>
 #include <plexa_can/CanLogWriter.h>
 
+#include <Poco/Error.h>
 #include <Poco/Logger.h>
 #include <pcap/pcap.h>
 
@@ -11,7 +12,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 namespace tarn
 {
@@ -81,7 +81,7 @@ public:
         RequireInterfaceName(options.interfaceName);
         mStream = std::fopen(path.c_str(), "we");
         if (mStream == nullptr)
-            throw CanException(path + ": cannot create: " + std::strerror(errno) +
+            throw CanException(path + ": cannot create: " + Poco::Error::getMessage(errno) +
                                    "; give a path in a folder that can be written",
                                errno);
         if (mForm == CAN_LOG_PCAP)
@@ -191,7 +191,7 @@ private:
 
     CanException Failure() const
     {
-        return CanException(mPath + ": cannot write: " + std::strerror(mError) +
+        return CanException(mPath + ": cannot write: " + Poco::Error::getMessage(mError) +
                                 "; the log is incomplete, make room and begin another",
                             mError);
     }

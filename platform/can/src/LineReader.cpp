@@ -1,6 +1,8 @@
 #include <plexa_can/CanException.h>
 #include <plexa_can/LineReader.h>
 
+#include <Poco/Error.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -17,7 +19,7 @@ namespace
 
 CanException Failure(const std::string& name, const char* what, int error)
 {
-    return CanException(name + ": cannot " + what + ": " + std::strerror(error) +
+    return CanException(name + ": cannot " + what + ": " + Poco::Error::getMessage(error) +
                             "; give the path of a log, or - for standard input",
                         error);
 }

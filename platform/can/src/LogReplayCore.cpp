@@ -2,12 +2,12 @@
 
 #include <plexa_can/CanException.h>
 
+#include <Poco/Error.h>
 #include <Poco/Logger.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -35,7 +35,7 @@ int MakeEvent()
     const int descriptor = ::eventfd(0, EFD_CLOEXEC);
     if (descriptor < 0)
         throw CanException(std::string("cannot make an event for the play of a log: ") +
-                               std::strerror(errno) + "; raise the limit of open files",
+                               Poco::Error::getMessage(errno) + "; raise the limit of open files",
                            errno);
     return descriptor;
 }
