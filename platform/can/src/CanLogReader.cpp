@@ -11,7 +11,7 @@ namespace tarn
 namespace
 {
 
-std::unique_ptr<LogSource> MakeSource(tCanLogForm form, LineReader& input)
+std::unique_ptr<iLogSource> MakeSource(tCanLogForm form, LineReader& input)
 {
     if (form == CAN_LOG_PCAP)
         return std::make_unique<PcapSource>(input);

@@ -52,9 +52,9 @@ std::string Fraction(unsigned long long nanoseconds, unsigned int decimals)
 
 std::string Seconds(unsigned long long nanoseconds)
 {
-    constexpr std::size_t width = 10;
+    constexpr std::size_t WIDTH = 10;
     const std::string digits = std::to_string(nanoseconds / NANOSECONDS);
-    return std::string(width - std::min(width, digits.size()), '0') + digits;
+    return std::string(WIDTH - std::min(WIDTH, digits.size()), '0') + digits;
 }
 
 const char* DirectionMark(CandumpLine::tDirection direction)

@@ -1,7 +1,7 @@
 #ifndef PLEXA_CAN_SRC_CANDUMP_SOURCE_H
 #define PLEXA_CAN_SRC_CANDUMP_SOURCE_H
 
-#include "LogSource.h"
+#include "iLogSource.h"
 
 #include <plexa_can/LineReader.h>
 
@@ -9,7 +9,7 @@ namespace tarn
 {
 
 /// The lines of a candump log.
-class CandumpSource : public LogSource
+class CandumpSource : public iLogSource
 {
 public:
     explicit CandumpSource(LineReader& input) : mInput(input) {}

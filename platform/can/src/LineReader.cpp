@@ -137,10 +137,10 @@ std::size_t LineReader::ReadBlock()
 /// Editors of other systems put one at the beginning of a file.
 void LineReader::SkipByteOrderMark()
 {
-    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    constexpr std::string_view MARK = "\xEF\xBB\xBF";
     if (mLineNumber == 0 && mBegin == 0 &&
-        std::string_view(mBytes.get(), mEnd).substr(0, 3) == mark)
-        mBegin = mark.size();
+        std::string_view(mBytes.get(), mEnd).substr(0, 3) == MARK)
+        mBegin = MARK.size();
 }
 
 } // namespace tarn

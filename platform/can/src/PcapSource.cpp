@@ -17,7 +17,7 @@ namespace tarn
 namespace
 {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 constexpr unsigned int MICROSECONDS = 6;
 constexpr unsigned int NANOSECONDS = 9;
@@ -138,9 +138,9 @@ bool PcapSource::Next(CandumpLine& entry)
 
 std::string PcapSource::GetText() const
 {
-    constexpr std::size_t shown = 72;
+    constexpr std::size_t SHOWN = 72;
     return mKind == CandumpLine::KIND_FRAME ? mFrame.ToString()
-                                            : Hex(mBytes, std::min(mSize, shown));
+                                            : Hex(mBytes, std::min(mSize, SHOWN));
 }
 
 ssize_t PcapSource::ReadFrom(void* source, char* bytes, std::size_t size) noexcept

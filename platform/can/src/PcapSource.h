@@ -1,7 +1,7 @@
 #ifndef PLEXA_CAN_SRC_PCAP_SOURCE_H
 #define PLEXA_CAN_SRC_PCAP_SOURCE_H
 
-#include "LogSource.h"
+#include "iLogSource.h"
 
 #include <plexa_can/CandumpLine.h>
 
@@ -17,7 +17,7 @@ namespace tarn
 class LineReader;
 
 /// The packets of a pcap or pcapng file.
-class PcapSource : public LogSource
+class PcapSource : public iLogSource
 {
 public:
     /// True when the input begins as a pcap or pcapng file does.

@@ -12,7 +12,7 @@
 namespace tarn
 {
 
-class LogSource;
+class iLogSource;
 
 /// The forms of a log file.
 enum tCanLogForm : int {
@@ -72,7 +72,7 @@ public:
 private:
     LineReader mInput;
     tCanLogForm mForm;
-    std::unique_ptr<LogSource> mSource;
+    std::unique_ptr<iLogSource> mSource;
     Counters mCounters = {};
 };
 

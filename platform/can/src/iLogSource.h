@@ -1,5 +1,5 @@
-#ifndef PLEXA_CAN_SRC_LOG_SOURCE_H
-#define PLEXA_CAN_SRC_LOG_SOURCE_H
+#ifndef PLEXA_CAN_SRC_I_LOG_SOURCE_H
+#define PLEXA_CAN_SRC_I_LOG_SOURCE_H
 
 #include <cstdint>
 #include <string>
@@ -10,10 +10,10 @@ namespace tarn
 struct CandumpLine;
 
 /// Reads one form of log.
-class LogSource
+class iLogSource
 {
 public:
-    virtual ~LogSource() = default;
+    virtual ~iLogSource() = default;
 
     virtual bool Next(CandumpLine& entry) = 0;
     virtual std::uint64_t GetNumber() const = 0;
