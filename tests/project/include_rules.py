@@ -18,7 +18,8 @@ LOGGER_MUTEX = r"<plexa_common/LoggerMutex\.h>"
 LOCK = r'"lock/ScopedLock\.h"'
 CAN = r"<plexa_can/\w+\.h>"
 COMMON = r"<plexa_common/\w+\.h>"
-TOOL_LIBRARIES = r"<CLI/\w+\.hpp>|<rapidjson/[\w/]+\.h>|<nlohmann/\w+\.hpp>"
+PCAP = r"<pcap/\w+\.h>"
+TOOL_LIBRARIES = r"<CLI/\w+\.hpp>|<rapidjson/[\w/]+\.h>"
 OWN = "own"  # in quotes, and found in the same folder of the table
 
 # The longest folder that fits a file rules it.
@@ -30,7 +31,7 @@ RULES = {
     "src/dispatch": [STD, POCO, TARN, CONTRACT, LOCK, r'"diag/\w+\.h"', r'"dispatch/\w+\.h"'],
     "src/sync": [STD, POCO, TARN_WITHOUT_DISPATCHERS, LOCK, r'"diag/\w+\.h"', r'"sync/\w+\.h"'],
     "platform/common": [STD, POCO, OS, COMMON, OWN],
-    "platform/can": [STD, POCO, OS, COMMON, CAN, OWN],
+    "platform/can": [STD, POCO, OS, PCAP, COMMON, CAN, OWN],
     "tools": [STD, POCO, OS, COMMON, CAN, TARN, TOOL_LIBRARIES, OWN],
     "examples": [STD, POCO, OS, COMMON, CAN, TARN, OWN],
 }
@@ -91,6 +92,7 @@ ALLOWED = [
     ("src/dispatch/A.cpp", '"diag/TraceGate.h"'),
     ("src/sync/A.cpp", "<tarn/iTarnAsyncDispatcher.h>"),
     ("platform/can/src/A.cpp", "<linux/can/raw.h>"),
+    ("platform/can/src/A.cpp", "<pcap/pcap.h>"),
     ("platform/can/src/A.cpp", '"Socket.h"'),
     ("tools/tarn/A.cpp", "<plexa_can/SocketCanDispatcher.h>"),
 ]
@@ -110,6 +112,7 @@ FORBIDDEN = [
     ("platform/common/src/A.cpp", "<plexa_can/CanMessage.h>"),
     ("tools/tarn/A.cpp", '"message/HeaderLayout.h"'),
     ("tools/tarn/A.cpp", '"../../src/message/HeaderLayout.h"'),
+    ("tools/tarn/A.cpp", "<pcap/pcap.h>"),
     ("src/elsewhere/A.cpp", "<vector>"),
 ]
 

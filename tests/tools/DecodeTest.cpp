@@ -239,6 +239,29 @@ TEST(Decode, NamesAFileThatCannotBeReadAndReadsTheOthers)
     EXPECT_THAT(result.out, HasSubstr("17:05:22.001000"));
 }
 
+TEST(Decode, ReadsPcapFromFilesAndPipes)
+{
+    const CommandResult file = Tarn({"decode", "--json", "examples/logs/startup.pcap"});
+    EXPECT_THAT(file.out, testing::StartsWith(R"({"time":1609779922.001000000,"frame":")"));
+    EXPECT_EQ(file.exitStatus, 0);
+    const CommandResult pipe = support::RunCommand(
+        {"/bin/sh", "-c",
+         "cat " PROJECT_DIRECTORY "/examples/logs/startup.pcap | " TARN_COMMAND " decode --json"});
+    EXPECT_EQ(pipe.out, file.out);
+}
+
+TEST(Decode, SaysWhereAPcapFileIsDamagedAndShowsWhatStandsAhead)
+{
+    const CommandResult result =
+        support::RunCommand({"/bin/sh", "-c",
+                             "head -c 100 " PROJECT_DIRECTORY
+                             "/examples/logs/startup.pcap | " TARN_COMMAND " decode -q --short"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_THAT(result.out, testing::StartsWith("Type: DATA"));
+    EXPECT_THAT(result.err, testing::StartsWith("tarn decode: standard input: damaged pcap file, "
+                                                "behind packet 2: truncated"));
+}
+
 TEST(Decode, SaysWhereTheOutputFailed)
 {
     const CommandResult result = support::RunCommand(

@@ -102,9 +102,10 @@ protected:
         }
         mLiterals = literals;
         const CommandResult decoded = Tarn({"decode", "--json"}, mLiterals);
-        EXPECT_EQ(decoded.err, "tarn decode: " + std::to_string(FRAMES) + " frames read: " +
-                      std::to_string(FRAMES) + " decoded, 0 not Tarn; "
-                               "0 lines malformed, 0 comments\n");
+        EXPECT_EQ(decoded.err, "tarn decode: " + std::to_string(FRAMES) +
+                                   " frames read: " + std::to_string(FRAMES) +
+                                   " decoded, 0 not Tarn; "
+                                   "0 lines malformed, 0 comments\n");
         mObjects = decoded.out;
     }
 

@@ -1,14 +1,14 @@
 #ifndef TARN_TOOLS_CSV_PRINTER_H
 #define TARN_TOOLS_CSV_PRINTER_H
 
-#include "MessagePrinter.h"
+#include "iMessagePrinter.h"
 
 namespace tarn::tool
 {
 
 /// Comma-separated values with a line of names first. Fields that a message does not have are
 /// empty.
-class CsvPrinter : public MessagePrinter
+class CsvPrinter : public iMessagePrinter
 {
 public:
     void Begin(OutputBuffer& out) override;

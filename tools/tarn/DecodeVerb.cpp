@@ -2,11 +2,13 @@
 
 #include "Failure.h"
 #include "LineAccount.h"
-#include "LineReader.h"
 #include "MessageFilter.h"
 #include "PrinterOptions.h"
 #include "ProgressBar.h"
 #include "StopSignal.h"
+
+#include <plexa_can/CanException.h>
+#include <plexa_can/CanLogReader.h>
 
 #include <CLI/CLI.hpp>
 
@@ -24,11 +26,12 @@ namespace
 {
 
 constexpr const char* DESCRIPTION =
-    "Reads candump logs and prints the Tarn messages in them.\n"
+    "Reads candump logs and pcap files and prints the Tarn messages in them.\n"
     "\n"
     "Every form of candump is understood, also mixed: the log form of -L and -l, the console\n"
     "form with or without time stamps, and bare frames as cansend takes them. Blank lines and\n"
-    "lines that begin with # are comments. Times of day are UTC.\n"
+    "lines that begin with # are comments. Times of day are UTC. Of pcap and pcapng files, which\n"
+    "are told by their content, the link types CAN_SOCKETCAN and LINUX_SLL are read.\n"
     "\n"
     "In the usual form a target 'g9' is group 9 and '9.3' is module 3 of device 9; values are\n"
     "decimal; what is unusual about a message stands at the end in parentheses.\n"
@@ -59,11 +62,11 @@ tLineFate FateOf(const CandumpLine& line)
     return LINE_SHOWN;
 }
 
-/// Takes lines and puts out messages.
+/// Takes entries of logs and puts out messages.
 class Decoder
 {
 public:
-    Decoder(const MessageFilter& filter, MessagePrinter& printer, OutputBuffer& out,
+    Decoder(const MessageFilter& filter, iMessagePrinter& printer, OutputBuffer& out,
             LineAccount& account)
         : mFilter(filter),
           mPrinter(printer),
@@ -72,29 +75,35 @@ public:
     {
     }
 
-    void Take(const InputLine& input, const std::string& file)
+    void Take(CanLogReader& log)
     {
-        const LinePlace place = {file, input.number, input.text};
-        const bool understood = ParseCandumpLine(input.text.data(), input.text.size(), mLine);
-        if (mLine.kind == CandumpLine::KIND_COMMENT)
-            return mAccount.Add(LINE_COMMENT);
-        if (input.cut)
-            return mAccount.AddMalformed("line of more than 262144 bytes", LineReader::CAPACITY,
-                                         place);
-        if (!understood)
-            return mAccount.AddMalformed(mLine.reason, mLine.column, place);
-        const tLineFate fate = FateOf(mLine);
-        if (fate != LINE_SHOWN)
-            return mAccount.AddRefused(fate, place);
-        Decode(place);
+        while (log.Next(mLine))
+            TakeLine(log);
     }
 
 private:
-    void Decode(const LinePlace& place)
+    void TakeLine(CanLogReader& log)
+    {
+        if (mLine.kind == CandumpLine::KIND_COMMENT)
+            return mAccount.Add(LINE_COMMENT);
+        if (mLine.kind == CandumpLine::KIND_MALFORMED)
+            return mAccount.AddMalformed(mLine.reason, mLine.column, PlaceIn(log));
+        const tLineFate fate = FateOf(mLine);
+        if (fate != LINE_SHOWN)
+            return mAccount.AddRefused(fate, PlaceIn(log));
+        Decode(log);
+    }
+
+    static LinePlace PlaceIn(CanLogReader& log)
+    {
+        return {log.GetName(), log.GetNumber(), log.GetText()};
+    }
+
+    void Decode(CanLogReader& log)
     {
         const TarnMessage message(mLine.frame);
         if (!message)
-            return mAccount.AddRefused(LINE_TOO_SHORT, place);
+            return mAccount.AddRefused(LINE_TOO_SHORT, PlaceIn(log));
         ReadFields(message, mLine.frame, mFields);
         if (!mFilter.Passes(mFields))
             return mAccount.Add(LINE_FILTERED);
@@ -103,14 +112,14 @@ private:
     }
 
     const MessageFilter& mFilter;
-    MessagePrinter& mPrinter;
+    iMessagePrinter& mPrinter;
     OutputBuffer& mOut;
     LineAccount& mAccount;
     CandumpLine mLine;
     MessageFields mFields;
 };
 
-class DecodeVerb : public Verb
+class DecodeVerb : public iVerb
 {
 public:
     explicit DecodeVerb(CLI::App& command)
@@ -155,28 +164,26 @@ private:
     bool DecodeFile(const std::string& file, Decoder& decoder, OutputBuffer& out)
     {
         try {
-            LineReader reader(file);
-            ReadLines(reader, decoder, out);
+            CanLogReader log(file, [&](int descriptor, std::uint64_t bytesRead) {
+                return AwaitInput(descriptor, bytesRead, out);
+            });
+            decoder.Take(log);
+            mBytesBefore += log.GetBytesRead();
             return true;
-        } catch (const Failure& failure) {
+        } catch (const CanException& failure) {
             mProgress.Clear();
-            std::fprintf(stderr, "tarn decode: %s\n", failure.what());
+            std::fprintf(stderr, "tarn decode: %s\n", failure.message().c_str());
             return false;
         }
     }
 
-    void ReadLines(LineReader& reader, Decoder& decoder, OutputBuffer& out)
+    bool AwaitInput(int descriptor, std::uint64_t bytesRead, OutputBuffer& out)
     {
-        reader.BeforeRead([&](bool idle) {
-            if (idle)
-                out.WriteOut();
-            const std::chrono::duration<double> elapsed = Clock::now() - mBegin;
-            mProgress.Update(mBytesBefore + reader.GetBytesRead(), mTotalBytes, elapsed.count());
-        });
-        InputLine line;
-        while (reader.Next(line))
-            decoder.Take(line, reader.GetName());
-        mBytesBefore += reader.GetBytesRead();
+        if (!HasInput(descriptor))
+            out.WriteOut();
+        const std::chrono::duration<double> elapsed = Clock::now() - mBegin;
+        mProgress.Update(mBytesBefore + bytesRead, mTotalBytes, elapsed.count());
+        return WaitForInput(descriptor);
     }
 
     /// 0 when not all are regular files.
@@ -213,7 +220,7 @@ private:
 
 } // namespace
 
-std::unique_ptr<Verb> MakeDecodeVerb(CLI::App& command)
+std::unique_ptr<iVerb> MakeDecodeVerb(CLI::App& command)
 {
     return std::make_unique<DecodeVerb>(command);
 }

@@ -325,7 +325,7 @@ private:
     int mStep = 0;
 };
 
-class DemoVerb : public Verb
+class DemoVerb : public iVerb
 {
 public:
     explicit DemoVerb(CLI::App& command) : mOptions(*command.add_subcommand("demo", DESCRIPTION))
@@ -350,7 +350,7 @@ private:
 
 } // namespace
 
-std::unique_ptr<Verb> MakeDemoVerb(CLI::App& command)
+std::unique_ptr<iVerb> MakeDemoVerb(CLI::App& command)
 {
     return std::make_unique<DemoVerb>(command);
 }

@@ -3,14 +3,16 @@
 #include "Failure.h"
 #include "FieldOptions.h"
 #include "JsonFrame.h"
-#include "LineReader.h"
 #include "OutputBuffer.h"
 #include "StopSignal.h"
+
+#include <plexa_can/LineReader.h>
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -48,7 +50,7 @@ bool IsBlank(std::string_view text)
     return text.find_first_not_of(" \t\r") == std::string_view::npos;
 }
 
-class EncodeVerb : public Verb
+class EncodeVerb : public iVerb
 {
 public:
     explicit EncodeVerb(CLI::App& command)
@@ -98,10 +100,10 @@ private:
 
     void EncodeFile(const std::string& file, OutputBuffer& out)
     {
-        LineReader reader(file);
-        reader.BeforeRead([&out](bool idle) {
-            if (idle)
+        LineReader reader(file, [&out](int descriptor, std::uint64_t) {
+            if (!HasInput(descriptor))
                 out.WriteOut();
+            return WaitForInput(descriptor);
         });
         InputLine line;
         while (reader.Next(line))
@@ -110,10 +112,11 @@ private:
 
     void EncodeLine(const InputLine& line, const std::string& file, OutputBuffer& out)
     {
-        if (IsBlank(line.text))
+        const std::string_view text(line.text, line.size);
+        if (IsBlank(text))
             return;
         try {
-            out.Put(ReadJsonFrame(line.text).ToString());
+            out.Put(ReadJsonFrame(text).ToString());
             out.Put('\n');
         } catch (const Failure& failure) {
             Refuse(file + ':' + std::to_string(line.number) + ": " + failure.what());
@@ -137,7 +140,7 @@ private:
 
 } // namespace
 
-std::unique_ptr<Verb> MakeEncodeVerb(CLI::App& command)
+std::unique_ptr<iVerb> MakeEncodeVerb(CLI::App& command)
 {
     return std::make_unique<EncodeVerb>(command);
 }

@@ -1,13 +1,13 @@
 #ifndef TARN_TOOLS_ENCODE_VERB_H
 #define TARN_TOOLS_ENCODE_VERB_H
 
-#include "Verb.h"
+#include "iVerb.h"
 
 namespace tarn::tool
 {
 
 /// tarn encode: fields and values to frames.
-std::unique_ptr<Verb> MakeEncodeVerb(CLI::App& command);
+std::unique_ptr<iVerb> MakeEncodeVerb(CLI::App& command);
 
 } // namespace tarn::tool
 

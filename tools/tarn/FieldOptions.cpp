@@ -66,14 +66,14 @@ void FieldOptions::AddOptions(CLI::App& verb)
 
 void FieldOptions::AddHeaderOptions(CLI::App& verb)
 {
-    constexpr unsigned int maxAddress = 127;
-    constexpr unsigned int maxByte = 255;
-    AddNumber(verb, "--source", maxAddress, &MessageFields::source,
+    constexpr unsigned int MAX_ADDRESS = 127;
+    constexpr unsigned int MAX_BYTE = 255;
+    AddNumber(verb, "--source", MAX_ADDRESS, &MessageFields::source,
               "Source address, 0 to 127, default 1");
-    AddNumber(verb, "--target", maxAddress, &MessageFields::target,
+    AddNumber(verb, "--target", MAX_ADDRESS, &MessageFields::target,
               "Target address, 0 to 127, default 0");
-    AddNumber(verb, "--register", maxByte, &MessageFields::reg, "Register, 0 to 255, default 0");
-    AddNumber(verb, "--module", maxByte, &MessageFields::module,
+    AddNumber(verb, "--register", MAX_BYTE, &MessageFields::reg, "Register, 0 to 255, default 0");
+    AddNumber(verb, "--module", MAX_BYTE, &MessageFields::module,
               "Module of the target, 0 to 255; sends a module byte.\nDefault: none");
     mModuleOption = verb.get_option("--module");
     AddWord(verb, "--priority", PRIORITY_WORDS, &MessageFields::priority,

@@ -86,14 +86,14 @@ private:
 
 JsonObject ReadJsonObject(std::string_view text)
 {
-    constexpr unsigned int flags = rapidjson::kParseNumbersAsStringsFlag |
+    constexpr unsigned int FLAGS = rapidjson::kParseNumbersAsStringsFlag |
                                    rapidjson::kParseValidateEncodingFlag |
                                    rapidjson::kParseIterativeFlag;
     JsonObject object;
     ObjectHandler handler(object);
     rapidjson::MemoryStream stream(text.data(), text.size());
     rapidjson::Reader reader;
-    const rapidjson::ParseResult result = reader.Parse<flags>(stream, handler);
+    const rapidjson::ParseResult result = reader.Parse<FLAGS>(stream, handler);
     if (!handler.GetRefusal().empty())
         throw Trouble(handler.GetRefusal() + "; give an object as 'tarn decode --json' prints it");
     if (!result)

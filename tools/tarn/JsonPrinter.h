@@ -1,13 +1,13 @@
 #ifndef TARN_TOOLS_JSON_PRINTER_H
 #define TARN_TOOLS_JSON_PRINTER_H
 
-#include "MessagePrinter.h"
+#include "iMessagePrinter.h"
 
 namespace tarn::tool
 {
 
 /// One JSON object a line; ReadJsonFrame() reads them.
-class JsonPrinter : public MessagePrinter
+class JsonPrinter : public iMessagePrinter
 {
 public:
     void Print(const ReceivedMessage& received, OutputBuffer& out) override;

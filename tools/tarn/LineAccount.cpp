@@ -48,8 +48,9 @@ std::string Count(std::uint64_t count, const char* one, const char* several)
 
 void LineAccount::AddRefused(tLineFate fate, const LinePlace& place)
 {
-    const auto kind = std::find_if(std::begin(NOT_TARN), std::end(NOT_TARN),
-                                   [fate](const NotTarn& known) { return known.fate == fate; });
+    const auto* const kind =
+        std::find_if(std::begin(NOT_TARN), std::end(NOT_TARN),
+                     [fate](const NotTarn& known) { return known.fate == fate; });
     Add(fate);
     Show(fate, std::string("not Tarn: ") + kind->reason, place);
 }

@@ -29,7 +29,7 @@ enum tLineFate {
 struct LinePlace {
     const std::string& file;
     std::uint64_t number;
-    std::string_view text;
+    std::string text;
 };
 
 /// Counts lines by what became of them and shows the first few that are no message.

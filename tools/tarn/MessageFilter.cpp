@@ -80,13 +80,13 @@ void AddRangeOption(CLI::App& verb, const std::string& option, unsigned int max,
 
 void MessageFilter::AddOptions(CLI::App& verb)
 {
-    constexpr unsigned int maxAddress = 127;
-    constexpr unsigned int maxRegister = 255;
-    AddRangeOption(verb, "--source", maxAddress, mSources,
+    constexpr unsigned int MAX_ADDRESS = 127;
+    constexpr unsigned int MAX_REGISTER = 255;
+    AddRangeOption(verb, "--source", MAX_ADDRESS, mSources,
                    "Only DATA messages from these addresses, 0 to 127: 5,7-9");
-    AddRangeOption(verb, "--target", maxAddress, mTargets,
+    AddRangeOption(verb, "--target", MAX_ADDRESS, mTargets,
                    "Only DATA messages to these addresses, 0 to 127");
-    AddRangeOption(verb, "--register", maxRegister, mRegisters,
+    AddRangeOption(verb, "--register", MAX_REGISTER, mRegisters,
                    "Only DATA messages on these registers, 0 to 255: 0x10-0x13,40");
     verb.add_option_function<std::string>(
             "--type",

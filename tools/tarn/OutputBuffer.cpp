@@ -8,6 +8,7 @@
 #include <cstring>
 #include <poll.h>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 
 namespace tarn::tool
@@ -47,7 +48,7 @@ void OutputBuffer::PutRight(std::string_view text, std::size_t width)
 
 void OutputBuffer::PutDecimal(std::uint64_t value, std::size_t width, char fill)
 {
-    std::array<char, 20> digits;
+    std::array<char, 20> digits = {};
     const auto end = std::to_chars(digits.begin(), digits.end(), value);
     const auto count = static_cast<std::size_t>(end.ptr - digits.data());
     if (count < width)
@@ -57,7 +58,7 @@ void OutputBuffer::PutDecimal(std::uint64_t value, std::size_t width, char fill)
 
 void OutputBuffer::PutHex(std::uint64_t value, std::size_t width)
 {
-    std::array<char, 16> digits;
+    std::array<char, 16> digits = {};
     std::size_t first = digits.size();
     do {
         digits[--first] = "0123456789ABCDEF"[value & 0xF];
@@ -73,7 +74,7 @@ void OutputBuffer::PutReal(float value)
 {
     if (std::isnan(value))
         return Put("nan");
-    std::array<char, 32> digits;
+    std::array<char, 32> digits = {};
     const auto end = std::to_chars(digits.begin(), digits.end(), value);
     Put(std::string_view(digits.data(), static_cast<std::size_t>(end.ptr - digits.data())));
 }
@@ -92,8 +93,8 @@ void OutputBuffer::WriteOut()
             mSize = 0;
             if (errno == EPIPE)
                 throw ReaderGone();
-            throw Trouble(std::string("standard output: cannot write: ") + std::strerror(errno) +
-                          "; check where the output goes");
+            throw Trouble(std::string("standard output: cannot write: ") +
+                          std::generic_category().message(errno) + "; check where the output goes");
         }
     }
     mSize = 0;

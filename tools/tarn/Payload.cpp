@@ -74,6 +74,7 @@ void SetElements(const std::string& what, const std::vector<std::string>& texts,
                  MessageFields& fields)
 {
     std::vector<Element> elements;
+    elements.reserve(texts.size());
     for (const std::string& text : texts)
         elements.push_back(convert(text));
     TarnMessage message;
@@ -111,6 +112,7 @@ void SetFixedPoint(const std::string& what, const std::vector<std::string>& text
                    unsigned int format, MessageFields& fields)
 {
     std::vector<float> elements;
+    elements.reserve(texts.size());
     for (const std::string& text : texts)
         elements.push_back(ToFixedPoint(what, text, format));
     TarnMessage message;
@@ -149,6 +151,7 @@ void SetFixedPointValues(const std::string& what, const std::vector<std::string>
                          MessageFields& fields)
 {
     std::vector<float> values;
+    values.reserve(texts.size());
     for (const std::string& text : texts)
         values.push_back(static_cast<float>(ToReal(what, text)));
     // Where the message refuses, the widest format either takes the values or names the culprit.

@@ -26,7 +26,7 @@ void PrinterOptions::AddForm(CLI::App& verb, const char* name, tForm form, const
         ->group("Output");
 }
 
-std::unique_ptr<MessagePrinter> PrinterOptions::MakePrinter() const
+std::unique_ptr<iMessagePrinter> PrinterOptions::MakePrinter() const
 {
     switch (mForm) {
     case FORM_SHORT:

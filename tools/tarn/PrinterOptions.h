@@ -3,7 +3,7 @@
 
 #include "ColourOption.h"
 #include "ExclusiveFlags.h"
-#include "MessagePrinter.h"
+#include "iMessagePrinter.h"
 
 #include <memory>
 
@@ -22,7 +22,7 @@ public:
     /// Adds --short, --long, --json, --csv and --color to a verb.
     void AddOptions(CLI::App& verb);
 
-    std::unique_ptr<MessagePrinter> MakePrinter() const;
+    std::unique_ptr<iMessagePrinter> MakePrinter() const;
 
 private:
     enum tForm { FORM_TEXT, FORM_SHORT, FORM_LONG, FORM_JSON, FORM_CSV };

@@ -33,7 +33,7 @@ void CatchStopSignals()
         sigaddset(&stopSignals, number);
         sigaction(number, &action, nullptr);
     }
-    sigprocmask(SIG_BLOCK, &stopSignals, &outsideMask);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, &outsideMask);
 }
 
 int CaughtStopSignal()

@@ -1,7 +1,7 @@
 #ifndef TARN_TOOLS_TEXT_PRINTER_H
 #define TARN_TOOLS_TEXT_PRINTER_H
 
-#include "MessagePrinter.h"
+#include "iMessagePrinter.h"
 
 namespace tarn::tool
 {
@@ -9,7 +9,7 @@ namespace tarn::tool
 /// One line a message, in columns, made to be read:
 ///
 ///     17:05:22.655421  can0      1 -> 9         reg  17 (0x11)  READ  request   POWERUP  U16  100
-class TextPrinter : public MessagePrinter
+class TextPrinter : public iMessagePrinter
 {
 public:
     explicit TextPrinter(bool colour) : mColour(colour) {}
@@ -27,14 +27,14 @@ private:
 };
 
 /// TarnMessage::ToStringShort(), a line a message.
-class ShortPrinter : public MessagePrinter
+class ShortPrinter : public iMessagePrinter
 {
 public:
     void Print(const ReceivedMessage& received, OutputBuffer& out) override;
 };
 
 /// TarnMessage::ToString(), an empty line behind every message.
-class LongPrinter : public MessagePrinter
+class LongPrinter : public iMessagePrinter
 {
 public:
     void Print(const ReceivedMessage& received, OutputBuffer& out) override;

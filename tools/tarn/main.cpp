@@ -3,6 +3,8 @@
 #include "EncodeVerb.h"
 #include "Failure.h"
 
+#include <plexa_can/CanException.h>
+
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -37,7 +39,7 @@ int ReportParseEnd(const CLI::App& command, const CLI::ParseError& end)
                     EXIT_USAGE);
 }
 
-int RunChosenVerb(const std::vector<std::unique_ptr<Verb>>& verbs)
+int RunChosenVerb(const std::vector<std::unique_ptr<iVerb>>& verbs)
 {
     for (const auto& verb : verbs) {
         if (verb->GetOptions().parsed())
@@ -54,7 +56,7 @@ int main(int argc, char** argv)
     command.set_version_flag("--version", "tarn " TARN_VERSION);
     command.require_subcommand(1);
     command.footer("'tarn VERB --help' explains a verb and ends with examples.");
-    std::vector<std::unique_ptr<Verb>> verbs;
+    std::vector<std::unique_ptr<iVerb>> verbs;
     verbs.push_back(MakeDecodeVerb(command));
     verbs.push_back(MakeEncodeVerb(command));
     verbs.push_back(MakeDemoVerb(command));
@@ -65,6 +67,8 @@ int main(int argc, char** argv)
         return ReportParseEnd(command, end);
     } catch (const Failure& failure) {
         return Complain(command, failure.what(), failure.GetStatus());
+    } catch (const tarn::CanException& failure) {
+        return Complain(command, failure.message(), EXIT_TROUBLE);
     } catch (const ReaderGone&) {
         return EXIT_DONE;
     } catch (const std::exception& exception) {

@@ -73,8 +73,8 @@ std::uint64_t DaysSince1970(std::uint64_t year, std::uint64_t month, std::uint64
     const std::uint64_t shifted = month > 2 ? year : year - 1;
     const std::uint64_t monthFromMarch = month > 2 ? month - 3 : month + 9;
     const std::uint64_t dayOfYear = (153 * monthFromMarch + 2) / 5 + day - 1;
-    constexpr std::uint64_t daysTo1970 = 719468;
-    return 365 * shifted + shifted / 4 - shifted / 100 + shifted / 400 + dayOfYear - daysTo1970;
+    constexpr std::uint64_t DAYS_TO_1970 = 719468;
+    return 365 * shifted + shifted / 4 - shifted / 100 + shifted / 400 + dayOfYear - DAYS_TO_1970;
 }
 
 std::uint64_t DaysOfMonth(std::uint64_t year, std::uint64_t month)
@@ -335,7 +335,7 @@ private:
         if (AtEnd() || HexValue(*mAt) == NO_DIGIT)
             return Refuse("no flags after '##'");
         ++mAt;
-        std::array<unsigned char, MAX_FD_DATA_SIZE> bytes;
+        std::array<unsigned char, MAX_FD_DATA_SIZE> bytes = {};
         std::size_t size = 0;
         return Pairs(bytes.data(), MAX_FD_DATA_SIZE, size) && Accept(CandumpLine::KIND_FD_FRAME);
     }
@@ -344,7 +344,7 @@ private:
     {
         if (Take('R'))
             return LogRemoteLength();
-        std::array<unsigned char, CanMessage::MAX_DATA_SIZE> bytes;
+        std::array<unsigned char, CanMessage::MAX_DATA_SIZE> bytes = {};
         std::size_t size = 0;
         if (!Pairs(bytes.data(), bytes.size(), size) || !LengthCode())
             return false;
@@ -429,7 +429,7 @@ private:
 
     bool ConsoleData(std::size_t size, bool flexible)
     {
-        std::array<unsigned char, MAX_FD_DATA_SIZE> bytes;
+        std::array<unsigned char, MAX_FD_DATA_SIZE> bytes = {};
         for (std::size_t at = 0; at < size; ++at) {
             SkipBlanks();
             if (AtEnd())

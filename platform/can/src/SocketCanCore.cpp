@@ -114,7 +114,7 @@ void SocketCanDispatcher::Core::SetUpThread()
     ::pthread_setname_np(::pthread_self(), mInterface.c_str());
     if (mOptions.realTimePriority == 0)
         return;
-    const int error = mSystem.SetRealTimePriority(mOptions.realTimePriority);
+    const int error = mSystem.SetRealTimePriority(static_cast<int>(mOptions.realTimePriority));
     mIsRealTime = error == 0;
     if (error != 0)
         Poco::Logger::get(LOGGER).warning(

@@ -70,7 +70,7 @@ public:
         unsigned int sendTimeout = 1000;
         /// SCHED_FIFO priority of the receive thread, 1 to 99; 0: an ordinary thread. A refusal by
         /// the system is logged as a warning and shows in IsRealTime(), and all goes on without.
-        int realTimePriority = 0;
+        unsigned int realTimePriority = 0;
     };
 
     /// Opens the interface.

@@ -20,10 +20,10 @@ struct ReceivedMessage {
 };
 
 /// Writes messages in one form.
-class MessagePrinter
+class iMessagePrinter
 {
 public:
-    virtual ~MessagePrinter() = default;
+    virtual ~iMessagePrinter() = default;
 
     /// What stands ahead of the first message.
     virtual void Begin(OutputBuffer&) {}

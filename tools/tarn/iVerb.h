@@ -12,10 +12,10 @@ namespace tarn::tool
 {
 
 /// One subcommand. Whoever makes it has added its options to the command.
-class Verb
+class iVerb
 {
 public:
-    virtual ~Verb() = default;
+    virtual ~iVerb() = default;
 
     virtual const CLI::App& GetOptions() const = 0;
 

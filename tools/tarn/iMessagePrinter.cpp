@@ -1,4 +1,4 @@
-#include "MessagePrinter.h"
+#include "iMessagePrinter.h"
 
 namespace tarn::tool
 {
