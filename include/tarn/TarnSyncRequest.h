@@ -52,9 +52,8 @@ public:
     ///     pending already
     /// @return true with the response copied into response; false on time-out, response untouched
     /// @throws Poco::NullPointerException without a dispatcher, before anything was done
-    /// @throws whatever the dispatcher's SubscribeSource, Send and UnsubscribeSource throw. When
-    /// its
-    ///     Send throws, the object unsubscribes before it passes the exception on.
+    /// @throws whatever SubscribeSource, Send and UnsubscribeSource of the dispatcher throw. When
+    ///     Send throws, the object unsubscribes first, unless it was a mutex that failed.
     /// @throws Poco::SystemException when a mutex fails. The object may then still be subscribed to
     ///     the request's target address: call the dispatcher's UnsubscribeSource() with it before
     ///     its last reference goes.

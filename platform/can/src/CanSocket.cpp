@@ -71,7 +71,7 @@ CanSocket::CanSocket(iCanSystem& system, std::string interface,
 {
     Open();
     try {
-        SetFilters(false);
+        SetFilters();
         Bind();
         SetOptions();
     } catch (...) {
@@ -127,7 +127,7 @@ void CanSocket::Bind()
     const unsigned int index = mSystem.InterfaceIndex(mInterface);
     if (index == 0)
         Refuse("no such interface", 0, OtherInterfaces());
-    if (!Rebind(index)) {
+    if (!BindTo(index)) {
         const int error = errno;
         Refuse(error == ENODEV ? "it is no CAN interface: bind" : "bind", error, OtherInterfaces());
     }
@@ -141,7 +141,7 @@ void CanSocket::Bind()
                    "the bus sets it up (a vcan interface without \"type can bitrate\")");
 }
 
-bool CanSocket::Rebind(unsigned int interfaceIndex)
+bool CanSocket::BindTo(unsigned int interfaceIndex)
 {
     sockaddr_can address = {};
     address.can_family = AF_CAN;
@@ -169,20 +169,31 @@ void CanSocket::SetOptions()
         Refuse("setting the receive buffer", errno, "ask for less");
 }
 
-void CanSocket::Listen(bool on)
+bool CanSocket::Rebind(unsigned int interfaceIndex)
 {
-    SetFilters(on);
+    const std::lock_guard<std::mutex> lock(mFilterMutex);
+    if (!BindTo(interfaceIndex))
+        return false;
+    SetFilters();
+    return true;
 }
 
-void CanSocket::SetFilters(bool on)
+void CanSocket::Listen(bool on)
+{
+    const std::lock_guard<std::mutex> lock(mFilterMutex);
+    mListening = on;
+    SetFilters();
+}
+
+void CanSocket::SetFilters()
 {
     std::vector<can_filter> filters;
     for (const auto& filter : mOptions.filters)
         filters.push_back({filter.identifier, filter.mask});
     if (filters.empty())
         filters.push_back({CAN_EFF_FLAG, CAN_EFF_FLAG});
-    const std::size_t size = on ? filters.size() * sizeof(can_filter) : 0;
-    const can_err_mask_t errors = on && mOptions.errorFrames ? CAN_ERR_MASK : 0;
+    const std::size_t size = mListening ? filters.size() * sizeof(can_filter) : 0;
+    const can_err_mask_t errors = mListening && mOptions.errorFrames ? CAN_ERR_MASK : 0;
     const bool set = mSystem.SetOption(mDescriptor, SOL_CAN_RAW, CAN_RAW_FILTER, filters.data(),
                                        static_cast<socklen_t>(size)) == 0 &&
                      SetOption(SOL_CAN_RAW, CAN_RAW_ERR_FILTER, errors);

@@ -7,8 +7,10 @@
 #include <plexa_can/SocketCanDispatcher.h>
 
 #include <array>
+#include <atomic>
 #include <functional>
 #include <linux/can.h>
+#include <mutex>
 #include <string>
 
 namespace tarn
@@ -30,7 +32,8 @@ public:
     int Descriptor() const { return mDescriptor; }
     unsigned int InterfaceIndex() const { return mInterfaceIndex; }
 
-    /// Binds to the interface of the same name that has got another index.
+    /// Binds to the interface of the same name that has got another index. The kernel forgets the
+    /// filters of a socket whose interface goes, so they are set anew.
     bool Rebind(unsigned int interfaceIndex);
 
     /// Lets in what the options say, or nothing.
@@ -65,7 +68,8 @@ private:
     void Open();
     void Bind();
     void SetOptions();
-    void SetFilters(bool on);
+    bool BindTo(unsigned int interfaceIndex);
+    void SetFilters();
     void PrepareBatch();
     void ReadControl(msghdr& message, CanMessage& frame);
     [[noreturn]] void Refuse(const std::string& what, int error, const std::string& remedy);
@@ -80,7 +84,9 @@ private:
     const std::string mInterface;
     const SocketCanDispatcher::Options mOptions;
     int mDescriptor = -1;
-    unsigned int mInterfaceIndex = 0;
+    std::mutex mFilterMutex; ///< guards mListening, and the filters in the kernel
+    bool mListening = false;
+    std::atomic<unsigned int> mInterfaceIndex{0};
     unsigned int mDrops = 0;
     std::array<Slot, BATCH_SIZE> mSlots = {};
     std::array<mmsghdr, BATCH_SIZE> mMessages = {};

@@ -101,6 +101,13 @@ public:
 
     int Bindings() const { return mBindings; }
 
+    /// As the kernel does when the interface goes.
+    void ForgetOptions()
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mOptions.clear();
+    }
+
     std::vector<std::string> mInterfaces = {"can0", "vcan0"};
     std::atomic<unsigned int> mMemoryInfoDrops{0};
     bool mTellsDrops = false;

@@ -405,10 +405,13 @@ TEST_F(SocketCan, AnnouncesDownUpRemovedAndTakesUpANewInterfaceOfTheSameName)
     EXPECT_TRUE(mStates.Await({CAN_BUS_DOWN, CAN_BUS_ERROR_ACTIVE, CAN_BUS_REMOVED}));
     EXPECT_EQ(mCore->GetBusState(), CAN_BUS_REMOVED);
     const int bindings = mSystem.Bindings();
+    const std::string filter = mSystem.OptionValue(SOL_CAN_RAW, CAN_RAW_FILTER);
+    mSystem.ForgetOptions();
     mSystem.SetLink(8, true);
     EXPECT_TRUE(
         mStates.Await({CAN_BUS_DOWN, CAN_BUS_ERROR_ACTIVE, CAN_BUS_REMOVED, CAN_BUS_ERROR_ACTIVE}));
     EXPECT_EQ(mSystem.Bindings(), bindings + 1);
+    EXPECT_EQ(mSystem.OptionValue(SOL_CAN_RAW, CAN_RAW_FILTER), filter);
     mCore->RemoveStateListener(&mStates);
 }
 

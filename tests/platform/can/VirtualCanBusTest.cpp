@@ -1,4 +1,5 @@
 #include "support/CanFakes.h"
+#include "support/LogCapture.h"
 
 #include <plexa_can/CanException.h>
 #include <plexa_can/VirtualCanBus.h>
@@ -164,6 +165,25 @@ TEST_P(VirtualCan, AnExceptionOfAHandlerStopsNothing)
     EXPECT_THAT(throwing.Headers(), ElementsAre(0u, 1u, 2u, 3u, 4u));
     EXPECT_THAT(behind.Headers(), ElementsAre(0u, 1u, 2u, 3u, 4u));
     EXPECT_EQ(mBus->GetCounters().handlerExceptions, 4u);
+}
+
+TEST_P(VirtualCan, LogsWhatAHandlerThrewEachTextOnceASecond)
+{
+    Poco::AutoPtr<LogCapture> capture(new LogCapture);
+    Poco::Logger::get("VirtualCanBus").setChannel(capture);
+    const Node a = mBus->Connect();
+    const Node b = mBus->Connect();
+    FrameRecorder throwing([](CanMessage& frame) {
+        throw std::runtime_error(frame.GetHeader() < 50 ? "broken pump" : "broken valve");
+    });
+    b->Start(&throwing);
+    for (unsigned int header = 0; header < 100; ++header)
+        Send(a, header);
+    ASSERT_TRUE(mBus->WaitUntilIdle(PATIENCE_MS));
+    const std::string lines = capture->Take();
+    EXPECT_EQ(lines, "3 VirtualCanBus A frame handler threw: broken pump\n"
+                     "3 VirtualCanBus A frame handler threw: broken valve\n");
+    Poco::Logger::get("VirtualCanBus").setChannel(nullptr);
 }
 
 TEST_P(VirtualCan, AHandlerMayStopItselfAndOthersAndStartAnother)
