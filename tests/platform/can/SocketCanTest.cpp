@@ -298,8 +298,9 @@ TEST_F(SocketCan, AnExceptionOfAHandlerStopsNothing)
 
 TEST(SocketCanLife, MayEndFromInsideItsOwnHandler)
 {
-    static std::deque<FakeCanSystem> systems; // the receive thread may outlive the test
-    FakeCanSystem* const system = &systems.emplace_back();
+    // Never destroyed, as the receive thread may outlive the test and even main().
+    static auto* const systems = new std::deque<FakeCanSystem>;
+    FakeCanSystem* const system = &systems->emplace_back();
     auto core = std::make_shared<Core>(*system, "can0", SocketCanDispatcher::Options());
     Gate gone;
     FrameRecorder closing([&](CanMessage&) {
