@@ -41,7 +41,8 @@ public:
     /// Begins to receive from the bus.
     virtual void Start() = 0;
 
-    /// Ends receiving: when it has returned, no frame is being routed and none will be.
+    /// Ends receiving: when it has returned, no frame is being routed and none will be. From inside
+    /// a handler: once that handler has returned.
     virtual void Stop() = 0;
 
     /// Transmits one message. It is not routed to local handlers. Whether it blocks is a matter of

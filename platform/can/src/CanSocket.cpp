@@ -71,7 +71,8 @@ CanSocket::CanSocket(iCanSystem& system, std::string interface,
 {
     Open();
     try {
-        SetFilters();
+        if (!SetFilters())
+            RefuseFilters(errno);
         Bind();
         SetOptions();
     } catch (...) {
@@ -174,18 +175,26 @@ bool CanSocket::Rebind(unsigned int interfaceIndex)
     const std::lock_guard<std::mutex> lock(mFilterMutex);
     if (!BindTo(interfaceIndex))
         return false;
-    SetFilters();
-    return true;
+    if (SetFilters())
+        return true;
+    mInterfaceIndex = 0; // so that the next look tries again
+    return false;
 }
 
 void CanSocket::Listen(bool on)
 {
     const std::lock_guard<std::mutex> lock(mFilterMutex);
     mListening = on;
-    SetFilters();
+    if (!SetFilters() && on && errno != ENODEV)
+        RefuseFilters(errno);
 }
 
-void CanSocket::SetFilters()
+void CanSocket::RefuseFilters(int error)
+{
+    Refuse("setting the filters (CAN_RAW_FILTER)", error, "give at most 512 filters");
+}
+
+bool CanSocket::SetFilters()
 {
     std::vector<can_filter> filters;
     for (const auto& filter : mOptions.filters)
@@ -194,11 +203,9 @@ void CanSocket::SetFilters()
         filters.push_back({CAN_EFF_FLAG, CAN_EFF_FLAG});
     const std::size_t size = mListening ? filters.size() * sizeof(can_filter) : 0;
     const can_err_mask_t errors = mListening && mOptions.errorFrames ? CAN_ERR_MASK : 0;
-    const bool set = mSystem.SetOption(mDescriptor, SOL_CAN_RAW, CAN_RAW_FILTER, filters.data(),
-                                       static_cast<socklen_t>(size)) == 0 &&
-                     SetOption(SOL_CAN_RAW, CAN_RAW_ERR_FILTER, errors);
-    if (!set)
-        Refuse("setting the filters (CAN_RAW_FILTER)", errno, "give at most 512 filters");
+    return mSystem.SetOption(mDescriptor, SOL_CAN_RAW, CAN_RAW_FILTER, filters.data(),
+                             static_cast<socklen_t>(size)) == 0 &&
+           SetOption(SOL_CAN_RAW, CAN_RAW_ERR_FILTER, errors);
 }
 
 // Receiving.

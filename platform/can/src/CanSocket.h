@@ -33,10 +33,13 @@ public:
     unsigned int InterfaceIndex() const { return mInterfaceIndex; }
 
     /// Binds to the interface of the same name that has got another index. The kernel forgets the
-    /// filters of a socket whose interface goes, so they are set anew.
+    /// filters of a socket whose interface goes, so they are set anew. False when the interface has
+    /// gone again meanwhile.
     bool Rebind(unsigned int interfaceIndex);
 
-    /// Lets in what the options say, or nothing.
+    /// Lets in what the options say, or nothing. Where the interface has just gone, that counts
+    /// from the next Rebind() on.
+    /// @throws CanException when the kernel refuses to let frames in
     void Listen(bool on);
 
     /// Reads what is there, at most a batch, and gives each frame to receive; what is no classical
@@ -69,7 +72,8 @@ private:
     void Bind();
     void SetOptions();
     bool BindTo(unsigned int interfaceIndex);
-    void SetFilters();
+    bool SetFilters();
+    [[noreturn]] void RefuseFilters(int error);
     void PrepareBatch();
     void ReadControl(msghdr& message, CanMessage& frame);
     [[noreturn]] void Refuse(const std::string& what, int error, const std::string& remedy);

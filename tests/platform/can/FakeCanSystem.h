@@ -54,6 +54,13 @@ public:
         mFailures[call] = std::move(errors);
     }
 
+    /// True once every failure that was ordered for the call has happened.
+    bool AwaitNoFailures(const std::string& call)
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mFailed.wait_for(lock, PATIENCE, [&] { return mFailures[call].empty(); });
+    }
+
     void SetLink(unsigned int index, bool up)
     {
         mIndex = index;
@@ -68,12 +75,6 @@ public:
             mIncoming.push_back(incoming);
         }
         Poke(0);
-    }
-
-    bool AwaitSleeps(int count)
-    {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mSlept.wait_for(lock, PATIENCE, [&] { return mSleeps >= count; });
     }
 
     std::vector<can_frame> Sent()
@@ -221,13 +222,7 @@ public:
     Clock::time_point Now() override { return Clock::time_point(std::chrono::milliseconds(mNow)); }
 
     /// Time passes by sleeping alone.
-    void Sleep(std::chrono::microseconds) override
-    {
-        ++mNow;
-        const std::lock_guard<std::mutex> lock(mMutex);
-        ++mSleeps;
-        mSlept.notify_all();
-    }
+    void Sleep(std::chrono::microseconds) override { ++mNow; }
 
 private:
     bool Fails(const std::string& call)
@@ -238,6 +233,7 @@ private:
             return false;
         errno = errors.front();
         errors.pop_front();
+        mFailed.notify_all();
         return errno != 0;
     }
 
@@ -287,7 +283,7 @@ private:
     }
 
     std::mutex mMutex;
-    std::condition_variable mSlept;
+    std::condition_variable mFailed;
     std::map<std::string, std::deque<int>> mFailures;
     std::deque<Incoming> mIncoming;
     std::vector<can_frame> mSent;
@@ -297,7 +293,6 @@ private:
     std::atomic<bool> mUp{true};
     std::atomic<int> mBindings{0};
     std::atomic<long long> mNow{1000};
-    int mSleeps = 0;
 };
 
 } // namespace tarn::test

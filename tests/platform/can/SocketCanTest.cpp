@@ -416,6 +416,23 @@ TEST_F(SocketCan, AnnouncesDownUpRemovedAndTakesUpANewInterfaceOfTheSameName)
     mCore->RemoveStateListener(&mStates);
 }
 
+TEST_F(SocketCan, AnInterfaceThatGoesAgainWhileItIsTakenUpStopsNothing)
+{
+    const std::string setFilter = "option " + std::to_string(CAN_RAW_FILTER);
+    OpenAndStart();
+    mCore->AddStateListener(&mStates);
+    mSystem.SetLink(0, false);
+    ASSERT_TRUE(mStates.Await({CAN_BUS_REMOVED}));
+    mSystem.FailNext(setFilter, {ENODEV});
+    mSystem.SetLink(8, true);
+    ASSERT_TRUE(mSystem.AwaitNoFailures(setFilter));
+    mSystem.SetLink(8, true);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_REMOVED, CAN_BUS_ERROR_ACTIVE}));
+    mSystem.FailNext(setFilter, {ENODEV});
+    EXPECT_NO_THROW(mCore->Stop(&mFrames));
+    mCore->RemoveStateListener(&mStates);
+}
+
 TEST_F(SocketCan, LostNetlinkMessagesDoNoHarm)
 {
     OpenAndStart();
