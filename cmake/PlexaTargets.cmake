@@ -32,6 +32,8 @@ function(plexa_add_library name)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS "${PLEXA_EXPORTS_MAP}")
-  target_link_options(${target} PRIVATE "LINKER:--version-script=${PLEXA_EXPORTS_MAP}")
+  # Nobody replaces a function of these libraries by one of the same name: calls inside them go the direct way.
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-plt)
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${PLEXA_EXPORTS_MAP},-Bsymbolic-functions")
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:plexa_build_options>)
 endfunction()

@@ -24,16 +24,23 @@ endfunction()
 # Has the property PROGRAMS: a line each for tests/can-kernel/each.
 add_custom_target(can_kernel)
 
-# plexa_add_can_kernel_test(NAME [SOURCES file...] [LINK target...] [COMMAND program argument...]):
+# plexa_add_can_kernel_test(NAME [STEADY] [SOURCES file...] [LINK target...] [COMMAND program argument...]):
 # a GoogleTest program, or a command, that runs on a kernel with CAN, as root, with vcan0 and vcan1 up.
+# STEADY gives it a boot of its own, of a machine whose speed does not depend on the load of this one.
 function(plexa_add_can_kernel_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;COMMAND" ${ARGN})
+  cmake_parse_arguments(ARG "STEADY" "" "SOURCES;LINK;COMMAND" ${ARGN})
   if(ARG_SOURCES)
     add_executable(${name} ${ARG_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest_main
       plexa_build_options)
     set(ARG_COMMAND $<TARGET_FILE:${name}>)
+  endif()
+  if(ARG_STEADY)
+    add_test(NAME CanKernel.${name}
+      COMMAND ${PROJECT_SOURCE_DIR}/tests/can-kernel/run --steady --timeout 300 ${ARG_COMMAND})
+    set_tests_properties(CanKernel.${name} PROPERTIES LABELS can-kernel TIMEOUT 400)
+    return()
   endif()
   list(JOIN ARG_COMMAND "' '" command)
   set_property(TARGET can_kernel APPEND PROPERTY PROGRAMS "${name} '${command}'")

@@ -41,9 +41,9 @@ struct HandlerFamilies {
         static unsigned char Number(const TarnMessage& message) { return message.GetSourceAddr(); }
 
         template <typename Dispatcher>
-        static HandlerList& List(Dispatcher& dispatcher, unsigned char address)
+        static HandlerList* Lists(Dispatcher& dispatcher)
         {
-            return dispatcher.mSourceHandlers[address];
+            return dispatcher.mSourceHandlers;
         }
 
         template <typename Dispatcher>
@@ -67,9 +67,9 @@ struct HandlerFamilies {
         static unsigned char Number(const TarnMessage& message) { return message.GetTargetAddr(); }
 
         template <typename Dispatcher>
-        static HandlerList& List(Dispatcher& dispatcher, unsigned char address)
+        static HandlerList* Lists(Dispatcher& dispatcher)
         {
-            return dispatcher.mTargetHandlers[address];
+            return dispatcher.mTargetHandlers;
         }
 
         template <typename Dispatcher>
@@ -86,6 +86,9 @@ struct HandlerFamilies {
         static constexpr bool HAS_ADDRESS = false;
         static constexpr const char* SUBSCRIBE = "SubscribeChcp";
         static constexpr const char* UNSUBSCRIBE = "UnsubscribeChcp";
+        static constexpr const char* INVALID_ADDRESS = nullptr;
+        static constexpr const char* ADDING = "Adding Handler ...";
+        static constexpr const char* DELETING = "Deleting Handler ...";
         static constexpr const char* DISPATCHING = "Dispatching Response for Chcp-Message";
         static constexpr const char* REMOVING = "Removing Handler for Chcp-Message";
         static constexpr const char* REMOVING_INVALID = "Removing invalid Handler for Chcp-Message";
@@ -93,9 +96,9 @@ struct HandlerFamilies {
         static unsigned char Number(const TarnMessage& message) { return message.GetSourceAddr(); }
 
         template <typename Dispatcher>
-        static HandlerList& List(Dispatcher& dispatcher)
+        static HandlerList* Lists(Dispatcher& dispatcher)
         {
-            return dispatcher.mChcpHandlers;
+            return &dispatcher.mChcpHandlers;
         }
 
         template <typename Dispatcher>
@@ -109,6 +112,9 @@ struct HandlerFamilies {
         static constexpr bool HAS_ADDRESS = false;
         static constexpr const char* SUBSCRIBE = "SubscribeAll";
         static constexpr const char* UNSUBSCRIBE = "UnsubscribeAll";
+        static constexpr const char* INVALID_ADDRESS = nullptr;
+        static constexpr const char* ADDING = "Adding Handler ...";
+        static constexpr const char* DELETING = "Deleting Handler ...";
         static constexpr const char* DISPATCHING = "Dispatching Response for Tarn-Message";
         static constexpr const char* REMOVING = "Removing Handler for Tarn-Message";
         static constexpr const char* REMOVING_INVALID = "Removing invalid Handler for Tarn-Message";
@@ -116,9 +122,9 @@ struct HandlerFamilies {
         static unsigned char Number(const TarnMessage& message) { return message.GetSourceAddr(); }
 
         template <typename Dispatcher>
-        static HandlerList& List(Dispatcher& dispatcher)
+        static HandlerList* Lists(Dispatcher& dispatcher)
         {
-            return dispatcher.mAllHandlers;
+            return &dispatcher.mAllHandlers;
         }
 
         template <typename Dispatcher>

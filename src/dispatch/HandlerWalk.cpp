@@ -1,36 +1,12 @@
 #include "dispatch/HandlerWalk.h"
 
-#include <iterator>
-
 namespace tarn
 {
 
-namespace
+HandlerWalk*& HandlerWalk::Innermost()
 {
-
-thread_local HandlerWalk* tInnermostWalk = nullptr;
-
-} // namespace
-
-HandlerWalk::HandlerWalk(HandlerList& list)
-    : mList(list),
-      mPosition(list.end()),
-      mRemoved(false),
-      mOuter(tInnermostWalk)
-{
-    tInnermostWalk = this;
-}
-
-HandlerWalk::~HandlerWalk()
-{
-    tInnermostWalk = mOuter;
-}
-
-bool HandlerWalk::Next()
-{
-    mPosition = mPosition == mList.end() ? mList.begin() : std::next(mPosition);
-    mRemoved = false;
-    return mPosition != mList.end();
+    static thread_local HandlerWalk* innermost = nullptr;
+    return innermost;
 }
 
 bool HandlerWalk::Remove()
@@ -50,7 +26,7 @@ void HandlerWalk::RemoveEvery(HandlerList& list, const iTarnMessageHandler* hand
 
 HandlerList::iterator HandlerWalk::Erase(HandlerList& list, HandlerList::iterator entry)
 {
-    for (HandlerWalk* walk = tInnermostWalk; walk != nullptr; walk = walk->mOuter) {
+    for (HandlerWalk* walk = Innermost(); walk != nullptr; walk = walk->mOuter) {
         if (&walk->mList == &list && walk->mPosition == entry)
             walk->StepBackFrom(entry);
     }

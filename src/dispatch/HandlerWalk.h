@@ -1,6 +1,7 @@
 #ifndef TARN_DISPATCH_HANDLER_WALK_H
 #define TARN_DISPATCH_HANDLER_WALK_H
 
+#include <iterator>
 #include <list>
 
 namespace tarn
@@ -20,13 +21,27 @@ using HandlerList = std::list<iTarnMessageHandler*>;
 class HandlerWalk
 {
 public:
-    explicit HandlerWalk(HandlerList& list);
-    ~HandlerWalk();
+    explicit HandlerWalk(HandlerList& list)
+        : mList(list),
+          mPosition(list.end()),
+          mRemoved(false),
+          mInnermost(Innermost()),
+          mOuter(mInnermost)
+    {
+        mInnermost = this;
+    }
+
+    ~HandlerWalk() { mInnermost = mOuter; }
     HandlerWalk(const HandlerWalk&) = delete;
     HandlerWalk& operator=(const HandlerWalk&) = delete;
 
     /// Goes to the next entry, at first to the front; false at the end of the list.
-    bool Next();
+    bool Next()
+    {
+        mPosition = mPosition == mList.end() ? mList.begin() : std::next(mPosition);
+        mRemoved = false;
+        return mPosition != mList.end();
+    }
 
     /// The handler of the entry that the walk stands on.
     iTarnMessageHandler* Handler() const { return *mPosition; }
@@ -38,6 +53,7 @@ public:
     static void RemoveEvery(HandlerList& list, const iTarnMessageHandler* handler);
 
 private:
+    static HandlerWalk*& Innermost();
     static HandlerList::iterator Erase(HandlerList& list, HandlerList::iterator entry);
     void StepBackFrom(HandlerList::iterator entry);
 
@@ -46,6 +62,7 @@ private:
     /// front.
     HandlerList::iterator mPosition;
     bool mRemoved;
+    HandlerWalk*& mInnermost; ///< of this thread; looking it up again would cost a call
     HandlerWalk* const mOuter;
 };
 

@@ -12,8 +12,8 @@
 // The walks of both dispatchers through their handlers: templates over the family and the
 // dispatcher, because every log statement of every walk of each class is a site of its own.
 
-#define TARN_ROUTING_TRACE(pieces)                                                                 \
-    TARN_LOG_AS(self, HandlerFamilies::Logger(self), "DispatchResponse", PRIO_TRACE, pieces)
+#define TARN_ROUTING_TRACE(...)                                                                    \
+    TARN_LOG_AS(self, HandlerFamilies::Logger(self), "DispatchResponse", PRIO_TRACE, __VA_ARGS__)
 
 namespace tarn::routing
 {
@@ -22,25 +22,27 @@ template <typename Family, typename Dispatcher>
 void RemoveInvalid(Dispatcher& self, HandlerWalk& walk, const TarnMessage& message)
 {
     if constexpr (TRACES_INVALID<Dispatcher>)
-        TARN_ROUTING_TRACE(Family::REMOVING_INVALID << unsigned{Family::Number(message)});
+        TARN_ROUTING_TRACE(Family::REMOVING_INVALID, unsigned{Family::Number(message)});
     walk.Remove();
 }
 
 template <typename Family, typename Dispatcher>
-void OfferTo(Dispatcher& self, HandlerWalk& walk, TarnMessage& message)
+[[gnu::always_inline]] inline void OfferTo(Dispatcher& self, HandlerWalk& walk,
+                                           TarnMessage& message)
 {
     if constexpr (Family::HAS_ADDRESS)
-        TARN_ROUTING_TRACE(Family::DISPATCHING << unsigned{Family::Number(message)});
+        TARN_ROUTING_TRACE(Family::DISPATCHING, unsigned{Family::Number(message)});
     else
         TARN_ROUTING_TRACE(Family::DISPATCHING);
     const bool done = walk.Handler()->DispatchResponse(message);
     if (done && walk.Remove())
-        TARN_ROUTING_TRACE(Family::REMOVING << unsigned{Family::Number(message)});
+        TARN_ROUTING_TRACE(Family::REMOVING, unsigned{Family::Number(message)});
 }
 
-/// Offers the message to every handler of the list, in order.
+/// Offers the message to every handler of the list, in order. Apart from what leads here, which
+/// then need not keep what only log lines want.
 template <typename Family, typename Dispatcher>
-void Walk(Dispatcher& self, HandlerList& list, TarnMessage& message)
+[[gnu::noinline]] void Walk(Dispatcher& self, HandlerList& list, TarnMessage& message)
 {
     HandlerWalk walk(list);
     while (walk.Next()) {
@@ -51,19 +53,29 @@ void Walk(Dispatcher& self, HandlerList& list, TarnMessage& message)
     }
 }
 
-/// A walk under the mutex of its family.
+/// The list that a message is for; null for address 127, to which nobody can be subscribed, but
+/// which a frame can carry.
+template <typename Family, typename Dispatcher>
+HandlerList* ListFor(Dispatcher& self, const TarnMessage& message)
+{
+    HandlerList* const lists = Family::Lists(self);
+    if constexpr (Family::HAS_ADDRESS) {
+        const unsigned char address = Family::Number(message);
+        return address <= HandlerFamilies::LAST_ADDRESS ? lists + address : nullptr;
+    } else {
+        return lists;
+    }
+}
+
+/// A walk under the mutex of its family. Most lists are empty, and asking costs less than walking.
 template <typename Family, typename Dispatcher>
 void LockedWalk(Dispatcher& self, TarnMessage& message)
 {
-    ScopedLock lock(Family::Mutex(self));
-    if constexpr (Family::HAS_ADDRESS) {
-        // Nobody can be subscribed to address 127, but the frame can carry it.
-        const unsigned char address = Family::Number(message);
-        if (address <= HandlerFamilies::LAST_ADDRESS)
-            Walk<Family>(self, Family::List(self, address), message);
-    } else {
-        Walk<Family>(self, Family::List(self), message);
-    }
+    Locked(Family::Mutex(self), [&] {
+        HandlerList* const list = ListFor<Family>(self, message);
+        if (list != nullptr && !list->empty())
+            Walk<Family>(self, *list, message);
+    });
 }
 
 } // namespace tarn::routing

@@ -3,86 +3,85 @@
 
 #include "diag/Trace.h"
 #include "dispatch/HandlerFamilies.h"
-#include "lock/ScopedLock.h"
 
-// The Subscribe and Unsubscribe operations of both dispatchers. They are templates over the family
-// and the dispatcher, because every log statement of every operation of each class is a site of its
-// own, with its own gate.
+#include <typeinfo>
 
-#define TARN_REGISTRY_LOG(operation, priority, pieces)                                             \
-    TARN_LOG_AS(self, HandlerFamilies::Logger(self), operation, priority, pieces)
+// The Subscribe and Unsubscribe operations of both dispatchers. The templates bring the log
+// statements, of which each operation of each class has its own, to the code that all share.
 
 namespace tarn::registry
 {
 
-template <typename Family, typename Dispatcher>
-void Append(Dispatcher& self, HandlerList& list, iTarnMessageHandler* handler)
-{
-    ScopedLock lock(Family::Mutex(self));
-    list.push_back(handler);
-    TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_TRACE, "EXIT");
-}
+struct Sites {
+    diag::Site enter;
+    diag::Site invalidAddress;
+    diag::Site noHandler;
+    diag::Site action;
+    diag::Site exit;
+};
 
-template <typename Family, typename Dispatcher>
-void Remove(Dispatcher& self, HandlerList& list, const iTarnMessageHandler* handler)
-{
-    ScopedLock lock(Family::Mutex(self));
-    HandlerWalk::RemoveEvery(list, handler);
-    TARN_REGISTRY_LOG(Family::UNSUBSCRIBE, PRIO_TRACE, "EXIT");
-}
+/// One operation of one dispatcher on one family.
+struct Operation {
+    const char* name;
+    const char* invalidAddress; ///< what the error line says; null for a family without addresses
+    const char* action;         ///< null: no line for it
+    Sites& sites;
+    Poco::Logger& logger;
+    const std::type_info& type;
+    Poco::Mutex& mutex;
+    HandlerList* lists; ///< one for each address, or the only one
+
+    void Subscribe(unsigned char address, iTarnMessageHandler* handler) const;
+    void Unsubscribe(unsigned char address, const iTarnMessageHandler* handler) const;
+
+private:
+    bool IsAddress(unsigned char address) const;
+    bool IsHandler(const iTarnMessageHandler* handler) const;
+    void TraceAction(unsigned char address) const;
+};
 
 template <typename Family, typename Dispatcher>
 void Subscribe(Dispatcher& self, unsigned char address, iTarnMessageHandler* handler)
 {
-    TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_TRACE, "ENTER");
-    if (address > HandlerFamilies::LAST_ADDRESS) {
-        TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_ERROR, Family::INVALID_ADDRESS << address);
-        return;
-    }
-    if (handler == nullptr) {
-        TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_ERROR, "Handler is NULL");
-        return;
-    }
-    TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_TRACE, Family::ADDING << unsigned{address});
-    Append<Family>(self, Family::List(self, address), handler);
+    static Sites sites;
+    const Operation operation = {Family::SUBSCRIBE,
+                                 Family::INVALID_ADDRESS,
+                                 Family::ADDING,
+                                 sites,
+                                 HandlerFamilies::Logger(self),
+                                 typeid(self),
+                                 Family::Mutex(self),
+                                 Family::Lists(self)};
+    operation.Subscribe(address, handler);
 }
 
 template <typename Family, typename Dispatcher>
 void Unsubscribe(Dispatcher& self, unsigned char address, const iTarnMessageHandler* handler)
 {
-    TARN_REGISTRY_LOG(Family::UNSUBSCRIBE, PRIO_TRACE, "ENTER");
-    if (address > HandlerFamilies::LAST_ADDRESS) {
-        TARN_REGISTRY_LOG(Family::UNSUBSCRIBE, PRIO_ERROR, Family::INVALID_ADDRESS << address);
-        return;
-    }
-    if constexpr (TRACES_DELETING<Dispatcher, Family>)
-        TARN_REGISTRY_LOG(Family::UNSUBSCRIBE, PRIO_TRACE, Family::DELETING << unsigned{address});
-    Remove<Family>(self, Family::List(self, address), handler);
+    static Sites sites;
+    const Operation operation = {Family::UNSUBSCRIBE,
+                                 Family::INVALID_ADDRESS,
+                                 TRACES_DELETING<Dispatcher, Family> ? Family::DELETING : nullptr,
+                                 sites,
+                                 HandlerFamilies::Logger(self),
+                                 typeid(self),
+                                 Family::Mutex(self),
+                                 Family::Lists(self)};
+    operation.Unsubscribe(address, handler);
 }
 
 template <typename Family, typename Dispatcher>
 void Subscribe(Dispatcher& self, iTarnMessageHandler* handler)
 {
-    TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_TRACE, "ENTER");
-    if (handler == nullptr) {
-        TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_ERROR, "Handler is NULL");
-        return;
-    }
-    TARN_REGISTRY_LOG(Family::SUBSCRIBE, PRIO_TRACE, "Adding Handler ...");
-    Append<Family>(self, Family::List(self), handler);
+    Subscribe<Family>(self, 0, handler);
 }
 
 template <typename Family, typename Dispatcher>
 void Unsubscribe(Dispatcher& self, const iTarnMessageHandler* handler)
 {
-    TARN_REGISTRY_LOG(Family::UNSUBSCRIBE, PRIO_TRACE, "ENTER");
-    if constexpr (TRACES_DELETING<Dispatcher, Family>)
-        TARN_REGISTRY_LOG(Family::UNSUBSCRIBE, PRIO_TRACE, "Deleting Handler ...");
-    Remove<Family>(self, Family::List(self), handler);
+    Unsubscribe<Family>(self, 0, handler);
 }
 
 } // namespace tarn::registry
-
-#undef TARN_REGISTRY_LOG
 
 #endif

@@ -116,7 +116,7 @@ void TarnAsyncDispatcher::DispatchResponse(CanMessage& frame)
     if (!message)
         return;
     if (message.GetType() == TarnMessage::TYPE_DATA) {
-        TARN_TRACE("Can-Msg : " << frame.ToString());
+        TARN_TRACE("Can-Msg : ", frame.ToString());
         routing::LockedWalk<HandlerFamilies::Source>(*this, message);
         routing::LockedWalk<HandlerFamilies::Target>(*this, message);
     } else {

@@ -95,10 +95,10 @@ void TarnAsyncDispatcherMock::DispatchResponse(CanMessage& frame)
     TARN_TRACE("ENTER");
     TarnMessage message(frame);
     if (message.GetType() == TarnMessage::TYPE_CHCP) {
-        auto& handlers = HandlerFamilies::Chcp::List(*this);
+        HandlerList& handlers = *HandlerFamilies::Chcp::Lists(*this);
         routing::Walk<HandlerFamilies::Chcp>(*this, handlers, message);
     } else {
-        TARN_TRACE("Can-Msg : " << frame.ToString());
+        TARN_TRACE("Can-Msg : ", frame.ToString());
         routing::LockedWalk<HandlerFamilies::Source>(*this, message);
         routing::LockedWalk<HandlerFamilies::Target>(*this, message);
     }

@@ -4,6 +4,7 @@
 
 #include <tarn/TarnMessage.h>
 
+#include <algorithm>
 #include <string>
 
 namespace tarn
@@ -34,39 +35,57 @@ bool CarriesModule(unsigned int header)
     throw std::string("tarn::CanMessage tarn::TarnMessage::RawMessage() : ") + reason;
 }
 
-/// Set when this thread has destroyed its vector of FrameBytes.
-thread_local bool tBytesGone = false;
-
+/// The vector that a thread frames its messages in.
 struct ThreadBytes {
-    std::vector<unsigned char> bytes;
-    ~ThreadBytes() { tBytesGone = true; }
+    std::vector<unsigned char>* bytes; ///< null at first
+    bool areGone;                      ///< the thread has destroyed it
 };
+
+/// Trivial, so that reaching it takes one look-up and no question whether it is made yet.
+thread_local ThreadBytes tBytes = {nullptr, false};
+
+/// Makes the vector of this thread, or gives back the spare one when the thread has destroyed it.
+[[gnu::cold]] std::vector<unsigned char>& FirstFrameBytes(ThreadBytes& mine,
+                                                          std::vector<unsigned char>& spare)
+{
+    struct Owner {
+        explicit Owner(ThreadBytes& owned) : mOwned(owned) {}
+        ~Owner() { mOwned = {nullptr, true}; }
+        Owner(const Owner&) = delete;
+        Owner& operator=(const Owner&) = delete;
+
+        ThreadBytes& mOwned;
+        std::vector<unsigned char> mBytes;
+    };
+    if (mine.areGone)
+        return spare;
+    static thread_local Owner owner(mine);
+    mine.bytes = &owner.mBytes;
+    return owner.mBytes;
+}
 
 /// One vector a thread, so that framing a message allocates nothing after the first time. What is
 /// destroyed after that vector (a static object, say) may still frame messages, in the spare one.
 std::vector<unsigned char>& FrameBytes(std::vector<unsigned char>& spare)
 {
-    if (tBytesGone)
-        return spare;
-    static thread_local ThreadBytes kept;
-    kept.bytes.clear();
-    return kept.bytes;
+    ThreadBytes& mine = tBytes;
+    return mine.bytes != nullptr ? *mine.bytes : FirstFrameBytes(mine, spare);
 }
 
 } // namespace
 
 TarnMessage::TarnMessage(CanMessage& frame)
-    : mValid(false),
+    : mValid(!frame.HasError() && (frame.GetFlags() & EXTENDED_IDENTIFIER) != 0),
       mHeader(0),
       mStatus(0),
       mDataType(0),
-      mModule(0)
+      mModule(0),
+      mData(mValid ? frame.GetData() : std::vector<unsigned char>())
 {
-    if (!frame.HasError() && (frame.GetFlags() & EXTENDED_IDENTIFIER) != 0) {
-        mData = frame.GetData();
+    if (mValid)
         mValid = Parse(frame.GetHeader());
-    }
-    mData.reserve(payload::MAX_BYTES);
+    if (mData.capacity() < payload::MAX_BYTES)
+        mData.reserve(payload::MAX_BYTES);
 }
 
 bool TarnMessage::Parse(unsigned int header)
@@ -86,25 +105,22 @@ bool TarnMessage::Parse(unsigned int header)
     mStatus = static_cast<unsigned char>(layout::Status::Get(statusByte));
     mDataType = static_cast<unsigned char>(layout::DataType::Get(statusByte));
     mModule = CarriesModule(header) ? mData.back() : 0;
-    mData.resize(payloadBytes);
+    mData.erase(mData.end() - static_cast<std::ptrdiff_t>(trailingBytes), mData.end());
     return true;
 }
 
 CanMessage TarnMessage::RawMessage() const
 {
-    // Outlives the lock, so that a failing unlock releases it too.
-    CanMessage frame;
-    {
-        ScopedLock lock(mMutex);
+    return Locked(mMutex, [&] {
+        CanMessage frame;
         Frame(frame);
-    }
-    return frame;
+        return frame;
+    });
 }
 
 CanMessage& TarnMessage::RawMessageRef()
 {
-    ScopedLock lock(mMutex);
-    mRawMessage = RawMessage();
+    Locked(mMutex, [&] { mRawMessage = RawMessage(); });
     return mRawMessage;
 }
 
@@ -118,11 +134,15 @@ void TarnMessage::Frame(CanMessage& frame) const
         layout::Status::Set(layout::DataType::Set(0, mDataType), mStatus);
     std::vector<unsigned char> spare;
     std::vector<unsigned char>& bytes = FrameBytes(spare);
-    bytes.reserve(MAX_FRAME_BYTES);
-    bytes.insert(bytes.end(), mData.begin(), mData.end());
-    bytes.push_back(static_cast<unsigned char>(statusByte));
+    const std::size_t size = mData.size() + (CarriesModule(mHeader) ? 2 : 1);
+    if (bytes.size() != size) { // of the message before, or a lower layer keeps what it is given
+        bytes.reserve(MAX_FRAME_BYTES);
+        bytes.resize(size);
+    }
+    std::copy(mData.begin(), mData.end(), bytes.begin());
+    bytes[mData.size()] = static_cast<unsigned char>(statusByte);
     if (CarriesModule(mHeader))
-        bytes.push_back(mModule);
+        bytes.back() = mModule;
     frame.GetFlags() |= EXTENDED_IDENTIFIER;
     frame.SetHeader(mHeader);
     frame.SetData(bytes);

@@ -24,8 +24,7 @@ constexpr std::size_t CHCP_COMMAND_BYTE = 5;
 template <typename Field>
 unsigned int Load(Poco::Mutex& mutex, const unsigned int& header)
 {
-    ScopedLock lock(mutex);
-    return Field::Get(header);
+    return Locked(mutex, [&] { return Field::Get(header); });
 }
 
 /// Only the upper bound counts: a negative value is stored masked.
@@ -41,23 +40,22 @@ bool Put(unsigned int& header, int value)
 template <typename Field>
 bool Store(Poco::Mutex& mutex, unsigned int& header, int value)
 {
-    ScopedLock lock(mutex);
-    return Put<Field>(header, value);
+    return Locked(mutex, [&] { return Put<Field>(header, value); });
 }
 
 unsigned char LoadNibble(Poco::Mutex& mutex, const unsigned char& nibble)
 {
-    ScopedLock lock(mutex);
-    return nibble;
+    return Locked(mutex, [&] { return nibble; });
 }
 
 bool StoreNibble(Poco::Mutex& mutex, unsigned char& nibble, int value, int limit)
 {
-    ScopedLock lock(mutex);
-    if (value > limit)
-        return false;
-    nibble = static_cast<unsigned char>(static_cast<unsigned int>(value) & 0x0Fu);
-    return true;
+    return Locked(mutex, [&] {
+        if (value > limit)
+            return false;
+        nibble = static_cast<unsigned char>(static_cast<unsigned int>(value) & 0x0Fu);
+        return true;
+    });
 }
 
 } // namespace
@@ -69,12 +67,13 @@ TarnMessage::tTarnMSgType TarnMessage::GetType() const
 
 bool TarnMessage::SetType(tTarnMSgType type)
 {
-    ScopedLock lock(mMutex);
-    if (!Put<layout::Type>(mHeader, type))
-        return false;
-    if (type == TYPE_CHCP && mData.size() != payload::CHCP_BYTES)
-        mData.assign(payload::CHCP_BYTES, 0);
-    return true;
+    return Locked(mMutex, [&] {
+        if (!Put<layout::Type>(mHeader, type))
+            return false;
+        if (type == TYPE_CHCP && mData.size() != payload::CHCP_BYTES)
+            mData.assign(payload::CHCP_BYTES, 0);
+        return true;
+    });
 }
 
 TarnMessage::tTarnMsgPriority TarnMessage::GetPriority() const
@@ -159,8 +158,7 @@ bool TarnMessage::SetSourceAddr(unsigned char address)
 
 unsigned char TarnMessage::GetModule() const
 {
-    ScopedLock lock(mMutex);
-    return mModule;
+    return Locked(mMutex, [&] { return mModule; });
 }
 
 bool TarnMessage::SetModule(unsigned char module)
@@ -202,15 +200,15 @@ bool TarnMessage::SetDataType(tTarnDataType type)
 
 unsigned int TarnMessage::GetFullHeader() const
 {
-    ScopedLock lock(mMutex);
-    return mHeader;
+    return Locked(mMutex, [&] { return mHeader; });
 }
 
 bool TarnMessage::SetFullHeader(unsigned int header)
 {
-    ScopedLock lock(mMutex);
-    mHeader = header;
-    return true;
+    return Locked(mMutex, [&] {
+        mHeader = header;
+        return true;
+    });
 }
 
 unsigned int TarnMessage::GetChcpMacID() const
@@ -220,9 +218,10 @@ unsigned int TarnMessage::GetChcpMacID() const
 
 bool TarnMessage::SetChcpMacID(unsigned int mac)
 {
-    ScopedLock lock(mMutex);
-    mHeader = layout::ChcpMacID::Set(mHeader, mac);
-    return true;
+    return Locked(mMutex, [&] {
+        mHeader = layout::ChcpMacID::Set(mHeader, mac);
+        return true;
+    });
 }
 
 // The CHCP getters ask for the type under a lock of its own; whatever another thread does before

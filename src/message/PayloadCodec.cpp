@@ -25,6 +25,14 @@ float Divisor(unsigned int format)
     return static_cast<float>(1u << (2 * format));
 }
 
+/// One divided by the divisor, exactly, and so as good as a division.
+float Fraction(unsigned int format)
+{
+    constexpr float FRACTIONS[] = {0x1p0F,  0x1p-2F,  0x1p-4F,  0x1p-6F,
+                                   0x1p-8F, 0x1p-10F, 0x1p-12F, 0x1p-14F};
+    return FRACTIONS[format];
+}
+
 /// Truncates a value that is not negative. NaN gives 0, what does not fit the largest number: a
 /// plain cast would be undefined there.
 std::uint32_t TruncateSaturated(double value)
@@ -48,8 +56,8 @@ std::uint16_t EncodeFixedPoint(float value, unsigned int format)
 {
     if (value < 0)
         return static_cast<std::uint16_t>(
-            ~RoundedMagnitude(value * -STEPS_PER_UNIT / Divisor(format)) + 1u);
-    return static_cast<std::uint16_t>(RoundedMagnitude(value * STEPS_PER_UNIT / Divisor(format)));
+            ~RoundedMagnitude(value * -STEPS_PER_UNIT * Fraction(format)) + 1u);
+    return static_cast<std::uint16_t>(RoundedMagnitude(value * STEPS_PER_UNIT * Fraction(format)));
 }
 
 float DecodeFixedPoint(std::uint16_t word, unsigned int format)

@@ -90,11 +90,16 @@ struct Float {
     static double ToValue(std::uint64_t word);
 };
 
-/// True when this many bytes are a whole number of Coding's values that fit a frame.
+/// True when this many bytes are a whole number of values of this width that fit a frame.
+constexpr bool Holds(std::size_t bytes, std::size_t width)
+{
+    return bytes != 0 && bytes <= MAX_BYTES && bytes % width == 0;
+}
+
 template <typename Coding>
 constexpr bool Holds(std::size_t bytes)
 {
-    return bytes != 0 && bytes <= MAX_BYTES && bytes % Coding::WIDTH == 0;
+    return Holds(bytes, Coding::WIDTH);
 }
 
 } // namespace tarn::payload

@@ -62,7 +62,7 @@ bool TarnSyncRequest::Send(TarnMessage& request, TarnMessage& response, unsigned
     SendRequest(request);
     TARN_TRACE("Waiting for response...");
     if (!mEvent.tryWait(Milliseconds(timeout))) {
-        TARN_LOG(PRIO_DEBUG, "timeout after " << timeout << " msec!");
+        TARN_LOG(PRIO_DEBUG, "timeout after ", timeout, " msec!");
         mDispatcher->UnsubscribeSource(request.GetTargetAddr(), this);
         return false;
     }

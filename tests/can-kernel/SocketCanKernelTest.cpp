@@ -1,3 +1,4 @@
+#include "BareCan.h"
 #include "support/CanFakes.h"
 
 #include <plexa_can/CanBus.h>
@@ -11,15 +12,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <linux/can.h>
+#include <linux/can/error.h>
 #include <linux/can/raw.h>
-#include <net/if.h>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 // SocketCanDispatcher on a kernel that has CAN, with a bare socket, cansend and ip as partners.
@@ -32,47 +29,38 @@ using namespace tarn::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-void Shell(const std::string& command)
-{
-    ASSERT_EQ(std::system(command.c_str()), 0) << command;
-}
+using testing::ElementsAreArray;
+using Bytes = std::vector<unsigned char>;
 
-/// The bare kernel interface, for what a dispatcher does not do.
-class BareSocket
+class MessageCount : public iTarnMessageHandler
 {
 public:
-    explicit BareSocket(const std::string& interface)
-        : mDescriptor(::socket(PF_CAN, SOCK_RAW, CAN_RAW))
-    {
-        sockaddr_can address = {};
-        address.can_family = AF_CAN;
-        address.can_ifindex = static_cast<int>(::if_nametoindex(interface.c_str()));
-        EXPECT_EQ(::bind(mDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address),
-                  0);
-    }
-    ~BareSocket() { ::close(mDescriptor); }
-    BareSocket(const BareSocket&) = delete;
-    BareSocket& operator=(const BareSocket&) = delete;
+    ~MessageCount() noexcept override {}
 
-    void Send(unsigned int word, const std::vector<unsigned char>& data = {}) const
+    bool DispatchResponse(TarnMessage&) override
     {
-        can_frame frame = {};
-        frame.can_id = word;
-        frame.can_dlc = static_cast<unsigned char>(data.size());
-        std::copy(data.begin(), data.end(), frame.data);
-        while (::write(mDescriptor, &frame, sizeof frame) != sizeof frame)
-            std::this_thread::yield();
+        const std::lock_guard<std::mutex> lock(mMutex);
+        ++mCount;
+        mChanged.notify_all();
+        return false;
     }
 
-    can_frame Receive() const
+    bool Await(std::size_t count)
     {
-        can_frame frame = {};
-        EXPECT_EQ(::read(mDescriptor, &frame, sizeof frame), ssize_t{sizeof frame});
-        return frame;
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, PATIENCE, [&] { return mCount >= count; });
+    }
+
+    std::size_t Count()
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mCount;
     }
 
 private:
-    const int mDescriptor;
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::size_t mCount = 0;
 };
 
 using Dispatcher = std::tr1::shared_ptr<SocketCanDispatcher>;
@@ -113,7 +101,8 @@ TEST(SocketCanKernel, SendsByteForByteAndDoesNotHearItself)
     const BareSocket partner("vcan0");
     CanMessage frame = ExtendedFrame(0x0F800001, {0x20});
     dispatcher->Send(frame);
-    const can_frame received = partner.Receive();
+    can_frame received = {};
+    ASSERT_TRUE(partner.Receive(received));
     EXPECT_EQ(received.can_id, 0x8F800001u);
     EXPECT_EQ(received.can_dlc, 1);
     EXPECT_EQ(received.data[0], 0x20);
@@ -170,30 +159,136 @@ TEST(SocketCanKernel, AFloodIsAccountedForToTheLastFrame)
     EXPECT_EQ(slow.Frames().size(), counters.received);
 }
 
-class StateRecorder : public iCanBusStateListener
+TEST(SocketCanKernel, AFloodOfCangenIsAccountedForToTheLastFrame)
 {
-public:
-    ~StateRecorder() noexcept override {}
+    const Dispatcher dispatcher = SocketCanDispatcher::Create("vcan0");
+    Gate flooded;
+    FrameRecorder slow([&](CanMessage&) {
+        flooded.Pass();
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+    });
+    dispatcher->Start(&slow);
+    Shell("cangen vcan0 -g 0 -e -I i -L 8 -n 20000");
+    flooded.Open();
+    Shell("cangen vcan0 -g 0 -e -I i -L 8 -n 5000"); // now it reads, but too slowly
+    CanBusCounters counters = dispatcher->GetCounters();
+    ASSERT_GT(counters.droppedByKernel, 0u) << "the flood was no flood";
+    ASSERT_TRUE(slow.AwaitCount(25000 - counters.droppedByKernel));
+    dispatcher->Stop(&slow);
+    counters = dispatcher->GetCounters();
+    EXPECT_EQ(counters.received + counters.droppedByKernel, 25000u);
+    EXPECT_EQ(slow.Frames().size(), counters.received);
+}
 
-    void OnBusState(tCanBusState state) override
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mStates.push_back(state);
-        mChanged.notify_all();
+// Frames of other kinds beside ours: 11-bit, remote requests, CAN FD, error frames.
+
+void SendEveryKindOfFrame(const BareSocket& partner)
+{
+    partner.SetOption(SOL_CAN_RAW, CAN_RAW_FD_FRAMES, 1);
+    for (unsigned int round = 0; round < 10; ++round) {
+        partner.Send(CAN_EFF_FLAG | 0x0F848481, {0x11, 0x28});
+        partner.Send(0x123, {1});
+        partner.Send(CAN_EFF_FLAG | CAN_RTR_FLAG | 0x0F848481);
+        partner.Send(CAN_RTR_FLAG | 0x123);
+        canfd_frame fd = {};
+        fd.can_id = CAN_EFF_FLAG | 0x0F848481;
+        fd.len = 12;
+        partner.Write(fd);
+        fd.len = 8; // short enough for a classical frame, and none all the same
+        partner.Write(fd);
+        partner.Send(CAN_ERR_FLAG | CAN_ERR_BUSERROR, Bytes(8));
     }
+}
 
-    bool AwaitLast(tCanBusState state)
-    {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, PATIENCE,
-                                 [&] { return !mStates.empty() && mStates.back() == state; });
-    }
-
-private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::vector<tCanBusState> mStates;
+struct HeardFrames {
+    std::vector<std::string> texts;
+    CanBusCounters counters;
 };
+
+HeardFrames HearEveryKindOfFrame(const SocketCanDispatcher::Options& options)
+{
+    const Dispatcher dispatcher = SocketCanDispatcher::Create("vcan1", options);
+    FrameRecorder frames;
+    dispatcher->Start(&frames);
+    const BareSocket partner("vcan1");
+    SendEveryKindOfFrame(partner);
+    partner.Send(CAN_EFF_FLAG | 0x1FFFFFFF);
+    std::size_t count = 0;
+    while (frames.AwaitCount(count + 1) && frames.Headers()[count] != 0x1FFFFFFF)
+        ++count;
+    dispatcher->Stop(&frames);
+    HeardFrames heard{{}, dispatcher->GetCounters()};
+    for (const CanMessage& frame : frames.Frames())
+        heard.texts.push_back(frame.ToString());
+    return heard;
+}
+
+/// Ten times the frames, then the last of all.
+std::vector<std::string> TenTimes(const std::vector<std::string>& frames)
+{
+    std::vector<std::string> all;
+    for (unsigned int round = 0; round < 10; ++round)
+        all.insert(all.end(), frames.begin(), frames.end());
+    all.emplace_back("1FFFFFFF#");
+    return all;
+}
+
+void ExpectAddsUp(const CanBusCounters& counters)
+{
+    EXPECT_EQ(counters.received, counters.delivered + counters.unheard + counters.filtered);
+    EXPECT_EQ(counters.droppedByKernel, 0u);
+}
+
+TEST(SocketCanKernel, OfEveryKindOfFrameThoseOf29BitsAndErrorsArrive)
+{
+    const HeardFrames heard = HearEveryKindOfFrame({});
+    EXPECT_THAT(heard.texts, ElementsAreArray(TenTimes(
+                                 {"0F848481#1128", "0F848481#R", "20000080#0000000000000000"})));
+    EXPECT_EQ(heard.counters.received, 31u);
+    EXPECT_EQ(heard.counters.errorFrames, 10u);
+    ExpectAddsUp(heard.counters);
+}
+
+TEST(SocketCanKernel, AFilterForEverythingLetsElevenBitFramesInToo)
+{
+    SocketCanDispatcher::Options options;
+    options.filters = {{0, 0}};
+    const HeardFrames heard = HearEveryKindOfFrame(options);
+    EXPECT_THAT(heard.texts, ElementsAreArray(TenTimes({"0F848481#1128", "123#01", "0F848481#R",
+                                                        "123#R", "20000080#0000000000000000"})));
+    EXPECT_EQ(heard.counters.received, 51u);
+    ExpectAddsUp(heard.counters);
+}
+
+TEST(SocketCanKernel, WithoutErrorFramesDataFramesStay)
+{
+    SocketCanDispatcher::Options options;
+    options.errorFrames = false;
+    const HeardFrames heard = HearEveryKindOfFrame(options);
+    EXPECT_THAT(heard.texts, ElementsAreArray(TenTimes({"0F848481#1128", "0F848481#R"})));
+    EXPECT_EQ(heard.counters.received, 21u);
+    EXPECT_EQ(heard.counters.errorFrames, 0u);
+    ExpectAddsUp(heard.counters);
+}
+
+TEST(SocketCanKernel, OtherFramesDoNotReachTarnHandlers)
+{
+    const Dispatcher bus = SocketCanDispatcher::Create("vcan1");
+    const auto dispatcher = TarnAsyncDispatcher::Create(bus);
+    MessageCount messages;
+    dispatcher->SubscribeAll(&messages);
+    dispatcher->Start();
+    const BareSocket partner("vcan1");
+    SendEveryKindOfFrame(partner);
+    ASSERT_TRUE(messages.Await(10));
+    partner.Send(CAN_EFF_FLAG | 0x0F848481, {0x11, 0x28});
+    ASSERT_TRUE(messages.Await(11));
+    dispatcher->Stop();
+    EXPECT_EQ(messages.Count(), 11u);
+    const CanBusCounters counters = bus->GetCounters();
+    EXPECT_EQ(counters.received, 31u); // remote requests and error frames too
+    ExpectAddsUp(counters);
+}
 
 std::string SendFailure(SocketCanDispatcher& dispatcher)
 {

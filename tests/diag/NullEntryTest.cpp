@@ -21,10 +21,10 @@ using namespace tarn::test;
 template <typename Dispatcher>
 void PutNullInFront(Dispatcher& dispatcher)
 {
-    HandlerFamilies::Source::List(dispatcher, 5).push_front(nullptr);
-    HandlerFamilies::Target::List(dispatcher, 9).push_front(nullptr);
-    HandlerFamilies::Chcp::List(dispatcher).push_front(nullptr);
-    HandlerFamilies::All::List(dispatcher).push_front(nullptr);
+    HandlerFamilies::Source::Lists(dispatcher)[5].push_front(nullptr);
+    HandlerFamilies::Target::Lists(dispatcher)[9].push_front(nullptr);
+    HandlerFamilies::Chcp::Lists(dispatcher)->push_front(nullptr);
+    HandlerFamilies::All::Lists(dispatcher)->push_front(nullptr);
 }
 
 /// Dispatches a DATA and a CHCP frame to lists that begin and end with null; the lines of it, and
@@ -41,7 +41,7 @@ std::string DispatchOverNull(Dispatcher& dispatcher, LogCapture& capture)
     dispatcher.SubscribeTarget(9, &target);
     dispatcher.SubscribeChcp(&chcp);
     dispatcher.SubscribeAll(&all);
-    HandlerFamilies::Source::List(dispatcher, 5).push_back(nullptr);
+    HandlerFamilies::Source::Lists(dispatcher)[5].push_back(nullptr);
     PutNullInFront(dispatcher);
     CanMessage data = DataFrame(5, 9);
     CanMessage configuration = ChcpFrame(0x1234585);
@@ -50,7 +50,7 @@ std::string DispatchOverNull(Dispatcher& dispatcher, LogCapture& capture)
     PutNullInFront(dispatcher);
     dispatcher.DispatchResponse(configuration);
     const std::string lines = capture.Take();
-    EXPECT_EQ(HandlerFamilies::Chcp::List(dispatcher).size(), 1u);
+    EXPECT_EQ(HandlerFamilies::Chcp::Lists(dispatcher)->size(), 1u);
     return lines + calls;
 }
 

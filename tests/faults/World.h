@@ -137,11 +137,11 @@ template <typename Family, typename Dispatcher>
 std::size_t Subscriptions(Dispatcher& dispatcher)
 {
     if constexpr (std::is_same_v<Family, HandlerFamilies::Source>)
-        return Family::List(dispatcher, 5).size();
+        return Family::Lists(dispatcher)[5].size();
     else if constexpr (std::is_same_v<Family, HandlerFamilies::Target>)
-        return Family::List(dispatcher, 9).size();
+        return Family::Lists(dispatcher)[9].size();
     else
-        return Family::List(dispatcher).size();
+        return Family::Lists(dispatcher)->size();
 }
 
 /// Every operation of a dispatcher, leaving its subscriptions of c and d gone.

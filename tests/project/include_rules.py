@@ -8,7 +8,7 @@ import re
 import sys
 
 STD = r"<[a-z0-9_]+>|<tr1/[a-z_]+>"
-OS = r"<(?:sys|linux|net|arpa|netinet)/[\w/]+\.h>|<(?:unistd|fcntl|poll|signal|pthread|time|termios|getopt|cxxabi|dirent)\.h>"
+OS = r"<(?:sys|linux|net|arpa|netinet)/[\w/]+\.h>|<(?:unistd|fcntl|poll|signal|pthread|time|termios|getopt|cxxabi|dirent|sched)\.h>"
 POCO = r"<Poco/[\w/]+\.h>"
 POCO_MUTEX = r"<Poco/(?:Mutex|Exception)\.h>"
 TARN = r"<tarn/\w+\.h>"
@@ -20,12 +20,13 @@ CAN = r"<plexa_can/\w+\.h>"
 COMMON = r"<plexa_common/\w+\.h>"
 PCAP = r"<pcap/\w+\.h>"
 TOOL_LIBRARIES = r"<CLI/\w+\.hpp>|<rapidjson/[\w/]+\.h>"
+BENCHMARK = r"<benchmark/benchmark\.h>|<valgrind/callgrind\.h>"
 OWN = "own"  # in quotes, and found in the same folder of the table
 
 # The longest folder that fits a file rules it.
 RULES = {
     "include/tarn": [STD, POCO, TARN, CONTRACT, LOGGER_MUTEX],
-    "src/lock": [STD, POCO_MUTEX],
+    "src/lock": [STD, POCO_MUTEX, LOCK],
     "src/message": [STD, POCO_MUTEX, TARN, CONTRACT, LOCK, r'"message/\w+\.h"'],
     "src/diag": [STD, POCO, LOGGER_MUTEX, LOCK, r'"diag/\w+\.h"'],
     "src/dispatch": [STD, POCO, TARN, CONTRACT, LOCK, r'"diag/\w+\.h"', r'"dispatch/\w+\.h"'],
@@ -33,9 +34,10 @@ RULES = {
     "platform/common": [STD, POCO, OS, COMMON, OWN],
     "platform/can": [STD, POCO, OS, PCAP, COMMON, CAN, OWN],
     "tools": [STD, POCO, OS, COMMON, CAN, TARN, TOOL_LIBRARIES, OWN],
+    "bench": [STD, POCO, OS, CAN, TARN, BENCHMARK, OWN],
     "examples": [STD, POCO, OS, COMMON, CAN, TARN, OWN],
 }
-RULED_ROOTS = ["include", "src", "platform", "tools", "examples"]
+RULED_ROOTS = ["include", "src", "platform", "tools", "bench", "examples"]
 SOURCES = {".h", ".hpp", ".cpp"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(<[^>]+>|"[^"]+")', re.MULTILINE)
 

@@ -8,6 +8,7 @@ namespace
 {
 
 thread_local unsigned long tAllocations = 0;
+thread_local unsigned long tBytes = 0;
 thread_local unsigned long tFailing = 0; // the number of the allocation that fails; 0 for none
 std::atomic<long> live{0};
 
@@ -23,6 +24,7 @@ void* operator new(std::size_t size)
     if (memory == nullptr)
         throw std::bad_alloc();
     ++live;
+    tBytes += size;
     return memory;
 }
 
@@ -44,6 +46,11 @@ namespace support
 unsigned long AllocationsSoFar()
 {
     return tAllocations;
+}
+
+unsigned long BytesSoFar()
+{
+    return tBytes;
 }
 
 long LiveAllocations()

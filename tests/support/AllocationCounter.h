@@ -8,6 +8,9 @@ namespace support
 /// the test program: it replaces operator new and delete, for the libraries too.
 unsigned long AllocationsSoFar();
 
+/// How many bytes this thread has asked operator new for since it began.
+unsigned long BytesSoFar();
+
 /// How many allocations of all threads are not freed yet.
 long LiveAllocations();
 
@@ -29,6 +32,15 @@ unsigned long CountAllocations(Operation&& operation)
     const unsigned long before = AllocationsSoFar();
     operation();
     return AllocationsSoFar() - before;
+}
+
+/// How many bytes the operation asks operator new for on this thread.
+template <typename Operation>
+unsigned long CountBytes(Operation&& operation)
+{
+    const unsigned long before = BytesSoFar();
+    operation();
+    return BytesSoFar() - before;
 }
 
 } // namespace support

@@ -19,7 +19,7 @@ namespace
 {
 
 /// Milliseconds after which a process that says nothing is taken for stuck.
-constexpr int PATIENCE = 20000;
+constexpr int PATIENCE = 60000;
 
 int Check(int result, const char* what)
 {

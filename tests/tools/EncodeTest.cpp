@@ -218,7 +218,7 @@ const Literal BAD_OBJECTS[] = {
     {"Array", "[1]", "only numbers, texts and one list of them are known"},
     {"Number", "1", "only numbers, texts and one list of them are known"},
     {"Null", R"({"target":null})", "\"target\": only numbers, texts and one list"},
-    {"Nested", R"({"target":{}})", "\"target\": only numbers, texts and one list"},
+    {"Nested", R"({"target":{}})", "\"target\": is an object; give one number or word"},
     {"NestedLists", R"({"values":[[1]]})", "\"values\": only numbers, texts and one list"},
     {"Twice", R"({"target":1,"target":2})", "\"target\": stands there twice"},
     {"Unknown", R"({"tarrget":1})", "\"tarrget\": no such member"},

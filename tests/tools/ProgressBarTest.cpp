@@ -27,6 +27,12 @@ TEST(ProgressBar, ShowsWhatWasDoneWhereTheTotalIsNotKnown)
     EXPECT_EQ(RenderProgress(50000000, 0, 5), "50.0 MB  10.0 MB/s");
 }
 
+TEST(ProgressBar, CountsInAnyUnit)
+{
+    EXPECT_EQ(RenderProgress(50, 200, 5, {1, "requests"}),
+              "[#####---------------]  25 %  10.0 requests/s  0:15 left");
+}
+
 TEST(ProgressBar, TakesAFileThatGrows)
 {
     EXPECT_EQ(RenderProgress(300, 200, 1), "[####################] 100 %  0.0 MB/s  0:00 left");

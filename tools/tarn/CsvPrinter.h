@@ -1,6 +1,7 @@
 #ifndef TARN_TOOLS_CSV_PRINTER_H
 #define TARN_TOOLS_CSV_PRINTER_H
 
+#include "Installation.h"
 #include "iMessagePrinter.h"
 
 namespace tarn::tool
@@ -11,8 +12,15 @@ namespace tarn::tool
 class CsvPrinter : public iMessagePrinter
 {
 public:
+    /// @param names may be null; otherwise it must outlive this object, and there are columns more
+    explicit CsvPrinter(const Installation* names = nullptr) : mNames(names) {}
+
     void Begin(OutputBuffer& out) override;
     void Print(const ReceivedMessage& received, OutputBuffer& out) override;
+    void PrintError(const CandumpLine& line, std::string_view words, OutputBuffer& out) override;
+
+private:
+    const Installation* mNames;
 };
 
 } // namespace tarn::tool

@@ -3,9 +3,11 @@
 #include "Failure.h"
 #include "LineAccount.h"
 #include "MessageFilter.h"
+#include "NamesOption.h"
 #include "PrinterOptions.h"
 #include "ProgressBar.h"
 #include "StopSignal.h"
+#include "TimeOption.h"
 
 #include <plexa_can/CanException.h>
 #include <plexa_can/CanLogReader.h>
@@ -14,7 +16,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -46,29 +47,17 @@ constexpr const char* EXAMPLES = R"(Examples:
   tarn decode --source 5,7-9 --type U16,FLOAT examples/logs/data-types.log
   tarn decode --json examples/logs/chcp-configuration.log
   echo '(1609779922.655421) can0 0F800001#20' | tarn decode --long
+  echo 0F040085#B50459 | tarn decode --names examples/installations/pump-station.json
   echo '  can0  0F800001   [1]  20' | tarn decode --csv -)";
-
-/// The kind of frame that is no message, or LINE_SHOWN.
-tLineFate FateOf(const CandumpLine& line)
-{
-    if (line.kind == CandumpLine::KIND_FD_FRAME)
-        return LINE_FD_FRAME;
-    if (line.frame.HasError())
-        return LINE_ERROR_FRAME;
-    if ((line.frame.GetFlags() & CanMessage::FLAG_REMOTE) != 0)
-        return LINE_REMOTE_REQUEST;
-    if ((line.frame.GetFlags() & CanMessage::FLAG_EXTENDED) == 0)
-        return LINE_STANDARD_FRAME;
-    return LINE_SHOWN;
-}
 
 /// Takes entries of logs and puts out messages.
 class Decoder
 {
 public:
-    Decoder(const MessageFilter& filter, iMessagePrinter& printer, OutputBuffer& out,
-            LineAccount& account)
+    Decoder(const MessageFilter& filter, TimeOption& time, iMessagePrinter& printer,
+            OutputBuffer& out, LineAccount& account)
         : mFilter(filter),
+          mTime(time),
           mPrinter(printer),
           mOut(out),
           mAccount(account)
@@ -107,11 +96,13 @@ private:
         ReadFields(message, mLine.frame, mFields);
         if (!mFilter.Passes(mFields))
             return mAccount.Add(LINE_FILTERED);
+        mTime.Apply(mLine);
         mPrinter.Print({mLine, message, mFields}, mOut);
         mAccount.Add(LINE_SHOWN);
     }
 
     const MessageFilter& mFilter;
+    TimeOption& mTime;
     iMessagePrinter& mPrinter;
     OutputBuffer& mOut;
     LineAccount& mAccount;
@@ -128,7 +119,9 @@ public:
         mOptions.add_option("FILE", mFiles, "Logs to read; - or none is standard input")
             ->type_name("");
         mPrinterOptions.AddOptions(mOptions);
-        mFilter.AddOptions(mOptions);
+        mTime.AddOption(mOptions);
+        mFilter.AddOptions(mOptions, &mNames);
+        mNames.AddOption(mOptions);
         mOptions.add_flag("--strict", mStrict, "Exit status 1 when a line is malformed");
         mOptions.add_flag("-q,--quiet", mQuiet, "No remarks on lines and no summary");
         mOptions.footer(EXAMPLES);
@@ -141,8 +134,8 @@ public:
         CatchStopSignals();
         OutputBuffer out(STDOUT_FILENO);
         LineAccount account("tarn decode", mQuiet);
-        const auto printer = mPrinterOptions.MakePrinter();
-        Decoder decoder(mFilter, *printer, out, account);
+        const auto printer = mPrinterOptions.MakePrinter(mNames.Get());
+        Decoder decoder(mFilter, mTime, *printer, out, account);
         printer->Begin(out);
         bool complete = true;
         mTotalBytes = TotalSize(mFiles);
@@ -186,20 +179,6 @@ private:
         return WaitForInput(descriptor);
     }
 
-    /// 0 when not all are regular files.
-    static std::uintmax_t TotalSize(const std::vector<std::string>& files)
-    {
-        std::uintmax_t total = 0;
-        for (const std::string& file : files) {
-            std::error_code error;
-            const std::uintmax_t size = std::filesystem::file_size(file, error);
-            if (error)
-                return 0;
-            total += size;
-        }
-        return total;
-    }
-
     /// A bar among the lines of output would spoil both.
     static std::FILE* ProgressTerminal()
     {
@@ -209,6 +188,8 @@ private:
     CLI::App& mOptions;
     std::vector<std::string> mFiles;
     PrinterOptions mPrinterOptions;
+    TimeOption mTime;
+    NamesOption mNames;
     MessageFilter mFilter;
     ProgressBar mProgress{ProgressTerminal()};
     Clock::time_point mBegin = Clock::now();

@@ -2,17 +2,14 @@
 
 #include "Failure.h"
 #include "FieldOptions.h"
-#include "JsonFrame.h"
+#include "JsonFrameReader.h"
+#include "NamesOption.h"
 #include "OutputBuffer.h"
 #include "StopSignal.h"
 
-#include <plexa_can/LineReader.h>
-
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <string>
-#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -39,16 +36,9 @@ constexpr const char* EXAMPLES = R"(Examples:
   tarn encode --target 9 --module 3 --write --s16 1.5 --format 2
   tarn encode --target 9 --write --float 1.5 --priority SYNC
   tarn encode --chcp --mac 0xABCDEF --device-code 0x12345678 --id 5 --command 2
+  tarn encode --names examples/installations/pump-station.json --target pump.drive --register 16
   echo '{"target":9,"dataType":"U16","values":[100]}' | tarn encode --json
   tarn decode -q --json examples/logs/startup.log | tarn encode --json)";
-
-/// Of every run so many objects are shown that are no message.
-constexpr std::uint64_t SHOWN_REFUSALS = 10;
-
-bool IsBlank(std::string_view text)
-{
-    return text.find_first_not_of(" \t\r") == std::string_view::npos;
-}
 
 class EncodeVerb : public iVerb
 {
@@ -60,7 +50,8 @@ public:
         mOptions
             .add_option("FILE", mFiles, "With --json: objects to read; - or none is standard input")
             ->type_name("");
-        mFieldOptions.AddOptions(mOptions);
+        mNames.AddOption(mOptions);
+        mFieldOptions.AddOptions(mOptions, mNames);
         mOptions.footer(EXAMPLES);
     }
 
@@ -80,7 +71,7 @@ public:
         out.WriteOut();
         if (CaughtStopSignal() != 0)
             return EXIT_SIGNAL + CaughtStopSignal();
-        return mRefusals == 0 ? EXIT_DONE : EXIT_TROUBLE;
+        return mReader.CountRefusals() == 0 ? EXIT_DONE : EXIT_TROUBLE;
     }
 
 private:
@@ -94,47 +85,21 @@ private:
     {
         if (mFieldOptions.AreGiven())
             throw UsageFailure("--json: does not go with options for fields; give one of both");
-        for (const std::string& file : mFiles.empty() ? std::vector<std::string>{"-"} : mFiles)
-            EncodeFile(file, out);
-    }
-
-    void EncodeFile(const std::string& file, OutputBuffer& out)
-    {
-        LineReader reader(file, [&out](int descriptor, std::uint64_t) {
-            if (!HasInput(descriptor))
-                out.WriteOut();
-            return WaitForInput(descriptor);
-        });
-        InputLine line;
-        while (reader.Next(line))
-            EncodeLine(line, reader.GetName(), out);
-    }
-
-    void EncodeLine(const InputLine& line, const std::string& file, OutputBuffer& out)
-    {
-        const std::string_view text(line.text, line.size);
-        if (IsBlank(text))
-            return;
-        try {
-            out.Put(ReadJsonFrame(text).ToString());
-            out.Put('\n');
-        } catch (const Failure& failure) {
-            Refuse(file + ':' + std::to_string(line.number) + ": " + failure.what());
-        }
-    }
-
-    void Refuse(const std::string& text)
-    {
-        if (++mRefusals <= SHOWN_REFUSALS)
-            std::fprintf(stderr, "tarn encode: %s\n", text.c_str());
-        if (mRefusals == SHOWN_REFUSALS)
-            std::fprintf(stderr, "tarn encode: further objects that are no message are skipped\n");
+        mReader.ReadAll(
+            mFiles,
+            [&out](CanMessage& frame) {
+                out.Put(frame.ToString());
+                out.Put('\n');
+                return true;
+            },
+            [&out] { out.WriteOut(); });
     }
 
     CLI::App& mOptions;
     std::vector<std::string> mFiles;
+    NamesOption mNames;
     FieldOptions mFieldOptions;
-    std::uint64_t mRefusals = 0;
+    JsonFrameReader mReader{"tarn encode"};
     bool mJson = false;
 };
 

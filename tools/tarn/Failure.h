@@ -12,6 +12,7 @@ enum tExitStatus : int {
     EXIT_DONE = 0,
     EXIT_TROUBLE = 1, ///< input that cannot be used, or input and output that fail
     EXIT_USAGE = 2,
+    EXIT_TIMEOUT = 3, ///< a device did not answer
     EXIT_SIGNAL = 128 ///< plus the number of the signal that ended the command
 };
 

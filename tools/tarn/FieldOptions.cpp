@@ -1,6 +1,8 @@
 #include "FieldOptions.h"
 
 #include "Failure.h"
+#include "NamedFields.h"
+#include "NamesOption.h"
 #include "Numbers.h"
 #include "Payload.h"
 #include "Words.h"
@@ -53,56 +55,81 @@ const CLI::Option* FirstGiven(const std::vector<CLI::Option*>& options)
 
 } // namespace
 
-void FieldOptions::AddOptions(CLI::App& verb)
+void FieldOptions::AddOptions(CLI::App& verb, const NamesOption& names)
 {
+    mNames = &names;
+    AddAddressOptions(verb);
     AddHeaderOptions(verb);
+    AddDirectionOptions(verb);
     AddValueOptions(verb);
     AddChcpOptions(verb);
-    AddWord(verb, "--status", STATUS_WORDS, &MessageFields::status,
-            "Status, a word or 0 to 15, default POWERUP (2)");
-    mDataTypeOption = verb.get_option("--data-type");
-    Remember(verb.get_option("--status"), mCommonOptions);
+    AddStatusOption(verb);
+}
+
+void FieldOptions::AddRequestOptions(CLI::App& verb, const NamesOption& names)
+{
+    mNames = &names;
+    AddHeaderOptions(verb);
+    AddValueOptions(verb);
+    AddStatusOption(verb);
+}
+
+void FieldOptions::AddAddressOptions(CLI::App& verb)
+{
+    AddNamed(verb, "--target", mTarget, "Target address, 0 to 127, default 0");
+    AddNamed(verb, "--register", mRegister, "Register, 0 to 255, default 0");
+    RememberHeader(verb, {"--target", "--register"});
 }
 
 void FieldOptions::AddHeaderOptions(CLI::App& verb)
 {
-    constexpr unsigned int MAX_ADDRESS = 127;
-    constexpr unsigned int MAX_BYTE = 255;
-    AddNumber(verb, "--source", MAX_ADDRESS, &MessageFields::source,
-              "Source address, 0 to 127, default 1");
-    AddNumber(verb, "--target", MAX_ADDRESS, &MessageFields::target,
-              "Target address, 0 to 127, default 0");
-    AddNumber(verb, "--register", MAX_BYTE, &MessageFields::reg, "Register, 0 to 255, default 0");
-    AddNumber(verb, "--module", MAX_BYTE, &MessageFields::module,
-              "Module of the target, 0 to 255; sends a module byte.\nDefault: none");
-    mModuleOption = verb.get_option("--module");
+    AddNamed(verb, "--source", mSource, "Source address, 0 to 127, default 1");
+    AddNamed(verb, "--module", mModule,
+             "Module of the target, 0 to 255; sends a module byte.\nDefault: none");
     AddWord(verb, "--priority", PRIORITY_WORDS, &MessageFields::priority,
             "SYNC, EMRGENCY, CONTROL or DATA, or 0 to 3, default DATA");
-    const auto choose = [this](unsigned int MessageFields::*field, unsigned int value) {
-        return [this, field, value] { mFields.*field = value; };
-    };
-    mAccessFlags.Add(verb, "--read", choose(&MessageFields::accessType, TarnMessage::ACCESS_READ),
+    mAccessFlags.Add(verb, "--read", Choose(&MessageFields::accessType, TarnMessage::ACCESS_READ),
                      "Reads the register (default)");
-    mAccessFlags.Add(verb, "--write", choose(&MessageFields::accessType, TarnMessage::ACCESS_WRITE),
+    mReadOption = verb.get_option("--read");
+    mAccessFlags.Add(verb, "--write", Choose(&MessageFields::accessType, TarnMessage::ACCESS_WRITE),
                      "Writes the register");
-    mDirectionFlags.Add(verb, "--request",
-                        choose(&MessageFields::direction, TarnMessage::DIRECTION_REQUEST),
-                        "Is a request (default)");
-    mDirectionFlags.Add(verb, "--response",
-                        choose(&MessageFields::direction, TarnMessage::DIRECTION_RESPONSE),
-                        "Is a response");
     mAddressingFlags.Add(verb, "--device",
-                         choose(&MessageFields::addressing, TarnMessage::ADDRESSING_DEVICE),
+                         Choose(&MessageFields::addressing, TarnMessage::ADDRESSING_DEVICE),
                          "The target is a device (default)");
     mAddressingFlags.Add(verb, "--group",
-                         choose(&MessageFields::addressing, TarnMessage::ADDRESSING_GROUP),
+                         Choose(&MessageFields::addressing, TarnMessage::ADDRESSING_GROUP),
                          "The target is a group");
-    for (const char* const name :
-         {"--source", "--target", "--register", "--module", "--priority", "--read", "--write",
-          "--request", "--response", "--device", "--group"}) {
-        verb.get_option(name)->group(HEADER_GROUP);
-        Remember(verb.get_option(name), mDataOptions);
-    }
+    RememberHeader(
+        verb, {"--source", "--module", "--priority", "--read", "--write", "--device", "--group"});
+}
+
+void FieldOptions::AddDirectionOptions(CLI::App& verb)
+{
+    mDirectionFlags.Add(verb, "--request",
+                        Choose(&MessageFields::direction, TarnMessage::DIRECTION_REQUEST),
+                        "Is a request (default)");
+    mDirectionFlags.Add(verb, "--response",
+                        Choose(&MessageFields::direction, TarnMessage::DIRECTION_RESPONSE),
+                        "Is a response");
+    RememberHeader(verb, {"--request", "--response"});
+}
+
+void FieldOptions::AddStatusOption(CLI::App& verb)
+{
+    AddWord(verb, "--status", STATUS_WORDS, &MessageFields::status,
+            "Status, a word or 0 to 15, default POWERUP (2)");
+    Remember(verb.get_option("--status"), mCommonOptions);
+}
+
+std::function<void()> FieldOptions::Choose(unsigned int MessageFields::*field, unsigned int value)
+{
+    return [this, field, value] { mFields.*field = value; };
+}
+
+void FieldOptions::RememberHeader(CLI::App& verb, const std::vector<std::string>& names)
+{
+    for (const std::string& name : names)
+        Remember(verb.get_option(name)->group(HEADER_GROUP), mDataOptions);
 }
 
 void FieldOptions::AddValueOptions(CLI::App& verb)
@@ -127,10 +154,15 @@ void FieldOptions::AddValueOptions(CLI::App& verb)
     mPayloadOption->type_name("HEX")->group(VALUE_GROUP);
     AddWord(verb, "--data-type", DATA_TYPE_WORDS, &MessageFields::dataType,
             "Data type without values or of --payload, a word or 0 to 15,\ndefault S16F0 (0)");
-    verb.get_option("--data-type")->group(VALUE_GROUP);
+    mDataTypeOption = verb.get_option("--data-type")->group(VALUE_GROUP);
+    mSetOption = verb.add_option("--set", mShownValues,
+                                 "With --names: all values of the register, in their units:\n"
+                                 "120.5, or actual=120.5; makes a WRITE of it");
+    mSetOption->expected(1, 6)->type_name("VALUE")->group(VALUE_GROUP);
+    Remember(mSetOption, mDataOptions);
     Remember(mFormatOption, mDataOptions);
     Remember(mPayloadOption, mCommonOptions);
-    Remember(verb.get_option("--data-type"), mCommonOptions);
+    Remember(mDataTypeOption, mCommonOptions);
 }
 
 void FieldOptions::AddChcpOptions(CLI::App& verb)
@@ -161,6 +193,12 @@ void FieldOptions::AddNumber(CLI::App& verb, const std::string& name, unsigned i
             },
             help)
         ->type_name("N");
+}
+
+void FieldOptions::AddNamed(CLI::App& verb, const std::string& name, std::string& text,
+                            const std::string& help)
+{
+    verb.add_option(name, text, help)->type_name("N");
 }
 
 void FieldOptions::AddWord(CLI::App& verb, const std::string& name, const WordList& words,
@@ -197,17 +235,27 @@ bool FieldOptions::AreGiven() const
            FirstGiven(mCommonOptions) != nullptr;
 }
 
-MessageFields FieldOptions::GetFields() const
+MessageFields FieldOptions::GetFields(const std::string& target, const std::string& reg) const
 {
     CheckKind();
     MessageFields fields = mFields;
-    if (!mModuleOption->empty())
-        fields.addressingMode = TarnMessage::ADDRESSING_MODE_EXTENDED;
+    SetAddresses(target, reg, fields);
     if (fields.IsChcp())
         SetChcpPayload(fields);
     else
         SetPayload(fields);
     return fields;
+}
+
+void FieldOptions::SetAddresses(const std::string& target, const std::string& reg,
+                                MessageFields& fields) const
+{
+    const Installation* const installation = mNames->Get();
+    SetSource(mSource, installation, fields);
+    SetTarget(target, installation, fields);
+    if (!mModule.empty())
+        SetModule(mModule, installation, fields);
+    SetRegister(reg, installation, fields);
 }
 
 void FieldOptions::CheckKind() const
@@ -221,8 +269,21 @@ void FieldOptions::CheckKind() const
         throw UsageFailure(chcp->get_name() + ": no field of a DATA message; add --chcp");
 }
 
+void FieldOptions::SetShownPayload(MessageFields& fields) const
+{
+    std::vector<CLI::Option*> rivals = {mPayloadOption, mDataTypeOption, mFormatOption,
+                                        mReadOption};
+    for (const ValueOption& option : mValueOptions)
+        rivals.push_back(option.option);
+    if (const CLI::Option* const rival = FirstGiven(rivals))
+        throw UsageFailure("--set: does not go with " + rival->get_name() + "; give one of them");
+    SetShownValues(mShownValues, mNames->Get(), fields);
+}
+
 void FieldOptions::SetPayload(MessageFields& fields) const
 {
+    if (!mSetOption->empty())
+        return SetShownPayload(fields);
     const ValueOption* chosen = nullptr;
     for (const ValueOption& candidate : mValueOptions) {
         if (candidate.option->empty())

@@ -21,7 +21,9 @@ namespace
 {
 
 /// How a message came and remarks for people; no part of the message.
-constexpr std::string_view IGNORED_KEYS[] = {"time", "interface", "busDirection", "note"};
+constexpr std::string_view IGNORED_KEYS[] = {
+    "time",       "interface",  "busDirection", "latency", "note", "sourceName",
+    "targetName", "moduleName", "registerName", "macName", "named"};
 
 const JsonMember* Find(const JsonObject& object, std::string_view key)
 {
@@ -31,8 +33,9 @@ const JsonMember* Find(const JsonObject& object, std::string_view key)
 
 const std::string& TextOf(std::string_view key, const JsonMember& member)
 {
-    if (member.isList)
-        throw Trouble('"' + std::string(key) + "\": is a list; give one number or word");
+    if (member.isList || member.isObject)
+        throw Trouble('"' + std::string(key) + "\": is " +
+                      (member.isList ? "a list" : "an object") + "; give one number or word");
     return member.Scalar().text;
 }
 

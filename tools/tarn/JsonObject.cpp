@@ -25,15 +25,25 @@ public:
 
     bool StartObject()
     {
-        const bool first = !mInside;
-        mInside = true;
-        return first || Default();
+        ++mDepth;
+        if (mDepth == 1)
+            return true;
+        if (mMember == nullptr || mMember->isList)
+            return Default();
+        mMember->isObject = true;
+        return true;
     }
 
-    bool EndObject(rapidjson::SizeType) { return true; }
+    bool EndObject(rapidjson::SizeType)
+    {
+        --mDepth;
+        return true;
+    }
 
     bool Key(const char* text, rapidjson::SizeType size, bool)
     {
+        if (mDepth > 1)
+            return true;
         const auto [place, isNew] = mObject.try_emplace(std::string(text, size));
         mMember = &place->second;
         mName = place->first;
@@ -42,7 +52,7 @@ public:
 
     bool StartArray()
     {
-        if (mMember == nullptr || mMember->isList)
+        if (mMember == nullptr || mMember->isList || mDepth > 1)
             return Default();
         mMember->isList = true;
         return true;
@@ -65,6 +75,8 @@ private:
     {
         if (mMember == nullptr)
             return Default();
+        if (mDepth > 1)
+            return true;
         mMember->scalars.push_back(std::move(scalar));
         return true;
     }
@@ -79,7 +91,7 @@ private:
     JsonMember* mMember = nullptr;
     std::string mName;
     std::string mRefusal;
-    bool mInside = false;
+    std::size_t mDepth = 0;
 };
 
 } // namespace

@@ -16,9 +16,10 @@ struct JsonScalar {
     std::string text;
 };
 
-/// One member of a flat JSON object: a scalar, or a list of them.
+/// One member of a JSON object: a scalar, a list of them, or an object whose content is not kept.
 struct JsonMember {
     bool isList = false;
+    bool isObject = false;
     std::vector<JsonScalar> scalars;
 
     const JsonScalar& Scalar() const { return scalars.front(); }
@@ -26,7 +27,7 @@ struct JsonMember {
 
 using JsonObject = std::map<std::string, JsonMember, std::less<>>;
 
-/// Reads an object without objects, booleans and nulls inside.
+/// Reads an object without booleans and nulls inside.
 /// @throws Failure for anything else and for a name that stands there twice
 JsonObject ReadJsonObject(std::string_view text);
 

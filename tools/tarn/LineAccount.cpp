@@ -13,14 +13,14 @@ namespace
 constexpr std::uint64_t SHOWN_OF_A_KIND = 3;
 constexpr std::size_t EXCERPT_SIZE = 60;
 
-struct NotTarn {
+struct NotTarnKind {
     tLineFate fate;
     const char* one;
     const char* several;
     const char* reason;
 };
 
-constexpr NotTarn NOT_TARN[] = {
+constexpr NotTarnKind NOT_TARN[] = {
     {LINE_STANDARD_FRAME, "11-bit frame", "11-bit frames",
      "identifier of 11 bits; a Tarn frame has 29"},
     {LINE_REMOTE_REQUEST, "remote request", "remote requests", "remote request; it has no data"},
@@ -46,11 +46,24 @@ std::string Count(std::uint64_t count, const char* one, const char* several)
 
 } // namespace
 
+tLineFate FateOf(const CandumpLine& line)
+{
+    if (line.kind == CandumpLine::KIND_FD_FRAME)
+        return LINE_FD_FRAME;
+    if (line.frame.HasError())
+        return LINE_ERROR_FRAME;
+    if ((line.frame.GetFlags() & CanMessage::FLAG_REMOTE) != 0)
+        return LINE_REMOTE_REQUEST;
+    if ((line.frame.GetFlags() & CanMessage::FLAG_EXTENDED) == 0)
+        return LINE_STANDARD_FRAME;
+    return LINE_SHOWN;
+}
+
 void LineAccount::AddRefused(tLineFate fate, const LinePlace& place)
 {
     const auto* const kind =
         std::find_if(std::begin(NOT_TARN), std::end(NOT_TARN),
-                     [fate](const NotTarn& known) { return known.fate == fate; });
+                     [fate](const NotTarnKind& known) { return known.fate == fate; });
     Add(fate);
     Show(fate, std::string("not Tarn: ") + kind->reason, place);
 }
@@ -72,26 +85,34 @@ void LineAccount::Show(tLineFate fate, std::string_view reason, const LinePlace&
     std::fputs(text.c_str(), stderr);
 }
 
+std::uint64_t LineAccount::CountNotTarn() const
+{
+    std::uint64_t count = 0;
+    for (const NotTarnKind& kind : NOT_TARN)
+        count += mCounts[kind.fate];
+    return count;
+}
+
+std::string LineAccount::NotTarn() const
+{
+    std::string kinds;
+    for (const NotTarnKind& kind : NOT_TARN) {
+        const std::uint64_t count = mCounts[kind.fate];
+        if (count > 0)
+            kinds += (kinds.empty() ? " (" : ", ") + Count(count, kind.one, kind.several);
+    }
+    return std::to_string(CountNotTarn()) + " not Tarn" + kinds + (kinds.empty() ? "" : ")");
+}
+
 std::string LineAccount::Summary() const
 {
-    std::uint64_t notTarn = 0;
-    std::string kinds;
-    for (const NotTarn& kind : NOT_TARN) {
-        const std::uint64_t count = mCounts[kind.fate];
-        notTarn += count;
-        if (count > 0)
-            kinds += (kinds.empty() ? "" : ", ") + Count(count, kind.one, kind.several);
-    }
     const std::uint64_t decoded = mCounts[LINE_SHOWN] + mCounts[LINE_FILTERED];
-    std::string text = mVerb + ": " + Count(decoded + notTarn, "frame", "frames") +
+    std::string text = mVerb + ": " + Count(decoded + CountNotTarn(), "frame", "frames") +
                        " read: " + std::to_string(decoded) + " decoded";
     if (mCounts[LINE_FILTERED] > 0)
         text += " (" + std::to_string(mCounts[LINE_FILTERED]) + " filtered out)";
-    text += ", " + std::to_string(notTarn) + " not Tarn";
-    if (notTarn > 0)
-        text += " (" + kinds + ')';
-    text += "; " + Count(mCounts[LINE_MALFORMED], "line", "lines") + " malformed, " +
-            Count(mCounts[LINE_COMMENT], "comment", "comments");
+    text += ", " + NotTarn() + "; " + Count(mCounts[LINE_MALFORMED], "line", "lines") +
+            " malformed, " + Count(mCounts[LINE_COMMENT], "comment", "comments");
     return text;
 }
 

@@ -25,6 +25,9 @@ enum tLineFate {
     LINE_FATES
 };
 
+/// The kind of frame that is no message, or LINE_SHOWN.
+tLineFate FateOf(const CandumpLine& line);
+
 /// Where a line stands.
 struct LinePlace {
     const std::string& file;
@@ -48,10 +51,14 @@ public:
 
     std::uint64_t operator[](tLineFate fate) const { return mCounts[fate]; }
 
+    /// "1 not Tarn (1 remote request)"
+    std::string NotTarn() const;
+
     /// "tarn decode: 4 frames read: 3 decoded, 1 not Tarn (1 remote request); 1 line malformed"
     std::string Summary() const;
 
 private:
+    std::uint64_t CountNotTarn() const;
     void Show(tLineFate fate, std::string_view reason, const LinePlace& place) const;
 
     std::string mVerb;

@@ -1,12 +1,13 @@
 #include "MessageFilter.h"
 
 #include "Failure.h"
-#include "Numbers.h"
+#include "MessageNames.h"
+#include "NamedFields.h"
 #include "Words.h"
 
 #include <CLI/CLI.hpp>
 
-#include <functional>
+#include <algorithm>
 #include <string_view>
 
 namespace tarn::tool
@@ -15,37 +16,10 @@ namespace tarn::tool
 namespace
 {
 
-using Numbers = std::bitset<256>;
-
 constexpr unsigned int MESSAGE_TYPE_BIT = 16;
 constexpr unsigned int S16F_FORMATS = 8;
 
-/// Hands every item of "a,b,c" to a function.
-void ForEachItem(std::string_view list, const std::function<void(std::string_view)>& use)
-{
-    for (;;) {
-        const std::size_t comma = list.find(',');
-        use(list.substr(0, comma));
-        if (comma == std::string_view::npos)
-            return;
-        list.remove_prefix(comma + 1);
-    }
-}
-
-void AddRange(const std::string& option, std::string_view item, unsigned int max, Numbers& numbers)
-{
-    const std::size_t dash = item.find('-');
-    const auto first = ParseWhole(item.substr(0, dash), max);
-    const auto last =
-        dash == std::string_view::npos ? first : ParseWhole(item.substr(dash + 1), max);
-    if (!first || !last || *first > *last)
-        throw UsageFailure(option + " " + std::string(item) + ": no number or range from 0 to " +
-                           std::to_string(max) + "; write it like 5,7-9 or 0x10-0x13");
-    for (auto number = *first; number <= *last; ++number)
-        numbers.set(number);
-}
-
-void AddType(std::string_view word, Numbers& types)
+void AddType(std::string_view word, NumberSet& types)
 {
     if (const auto type = TYPE_WORDS.Find(word)) {
         types.set(MESSAGE_TYPE_BIT + *type);
@@ -61,33 +35,19 @@ void AddType(std::string_view word, Numbers& types)
     }
 }
 
-void AddRangeOption(CLI::App& verb, const std::string& option, unsigned int max,
-                    std::optional<Numbers>& numbers, const std::string& help)
-{
-    verb.add_option_function<std::string>(
-            option,
-            [option, max, &numbers](const std::string& list) {
-                numbers.emplace();
-                ForEachItem(list,
-                            [&](std::string_view item) { AddRange(option, item, max, *numbers); });
-            },
-            help)
-        ->type_name("LIST")
-        ->group("Filters");
-}
-
 } // namespace
 
-void MessageFilter::AddOptions(CLI::App& verb)
+void MessageFilter::AddOptions(CLI::App& verb, const NamesOption* names)
 {
-    constexpr unsigned int MAX_ADDRESS = 127;
-    constexpr unsigned int MAX_REGISTER = 255;
-    AddRangeOption(verb, "--source", MAX_ADDRESS, mSources,
-                   "Only DATA messages from these addresses, 0 to 127: 5,7-9");
-    AddRangeOption(verb, "--target", MAX_ADDRESS, mTargets,
-                   "Only DATA messages to these addresses, 0 to 127");
-    AddRangeOption(verb, "--register", MAX_REGISTER, mRegisters,
-                   "Only DATA messages on these registers, 0 to 255: 0x10-0x13,40");
+    mNames = names;
+    AddAddresses(verb, "--source", mSources,
+                 "Only DATA messages from these addresses, 0 to 127: 5,7-9");
+    AddAddresses(verb, "--target", mTargets, "Only DATA messages to these addresses, 0 to 127");
+    verb.add_option_function<std::string>(
+            "--register", [this](const std::string& list) { SetRegisters(list); },
+            "Only DATA messages on these registers, 0 to 255: 0x10-0x13,40")
+        ->type_name("LIST")
+        ->group("Filters");
     verb.add_option_function<std::string>(
             "--type",
             [this](const std::string& list) {
@@ -101,15 +61,50 @@ void MessageFilter::AddOptions(CLI::App& verb)
         ->group("Filters");
 }
 
+void MessageFilter::AddAddresses(CLI::App& verb, const std::string& option,
+                                 std::optional<NumberSet>& numbers, const std::string& help)
+{
+    constexpr unsigned int MAX_ADDRESS = 127;
+    verb.add_option_function<std::string>(
+            option,
+            [this, option, &numbers](const std::string& list) {
+                numbers = ParseAddressList(option, list, MAX_ADDRESS, Names());
+            },
+            help)
+        ->type_name("LIST")
+        ->group("Filters");
+}
+
+void MessageFilter::SetRegisters(const std::string& list)
+{
+    constexpr unsigned int MAX_REGISTER = 255;
+    mRegisters.emplace();
+    for (const std::string& item : ParseItems("--register", list, MAX_REGISTER, Names())) {
+        if (!LooksLikeName(item))
+            *mRegisters |= ParseNumberList("--register", item, MAX_REGISTER);
+        else
+            mRegisterNames.push_back(RequireRegisterName("--register", item, *Names()));
+    }
+}
+
+bool MessageFilter::IsNamedRegister(const MessageFields& fields) const
+{
+    if (mRegisterNames.empty() || fields.IsChcp())
+        return false;
+    const std::string_view name = NamesOf(*Names(), fields).reg;
+    return std::any_of(mRegisterNames.begin(), mRegisterNames.end(),
+                       [name](const std::string& wanted) { return EqualWords(wanted, name); });
+}
+
 bool MessageFilter::Passes(const MessageFields& fields) const
 {
-    const auto passes = [&fields](const std::optional<Numbers>& numbers, unsigned int number) {
+    const auto passes = [&fields](const std::optional<NumberSet>& numbers, unsigned int number) {
         return !numbers || (!fields.IsChcp() && numbers->test(number));
     };
     const bool typePasses =
         !mTypes || mTypes->test(MESSAGE_TYPE_BIT + fields.type) || passes(mTypes, fields.dataType);
     return typePasses && passes(mSources, fields.source) && passes(mTargets, fields.target) &&
-           passes(mRegisters, fields.reg);
+           (passes(mRegisters, fields.reg) || IsNamedRegister(fields));
 }
 
 } // namespace tarn::tool

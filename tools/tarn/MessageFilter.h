@@ -2,10 +2,12 @@
 #define TARN_TOOLS_MESSAGE_FILTER_H
 
 #include "MessageFields.h"
+#include "NamesOption.h"
+#include "NumberList.h"
 
-#include <bitset>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace CLI
 {
@@ -21,18 +23,25 @@ class MessageFilter
 {
 public:
     /// Adds --source, --target, --register and --type to a verb.
-    void AddOptions(CLI::App& verb);
+    /// @param names whose names they take, too; null for none, otherwise it outlives this object
+    void AddOptions(CLI::App& verb, const NamesOption* names = nullptr);
 
     bool Passes(const MessageFields& fields) const;
 
 private:
-    using Numbers = std::bitset<256>;
+    const Installation* Names() const { return mNames == nullptr ? nullptr : mNames->Get(); }
+    void AddAddresses(CLI::App& verb, const std::string& option, std::optional<NumberSet>& numbers,
+                      const std::string& help);
+    void SetRegisters(const std::string& list);
+    bool IsNamedRegister(const MessageFields& fields) const;
 
-    std::optional<Numbers> mSources;
-    std::optional<Numbers> mTargets;
-    std::optional<Numbers> mRegisters;
+    const NamesOption* mNames = nullptr;
+    std::optional<NumberSet> mSources;
+    std::optional<NumberSet> mTargets;
+    std::optional<NumberSet> mRegisters;
+    std::vector<std::string> mRegisterNames;
     /// Bits 0 to 15 are data types, MESSAGE_TYPE_BIT + 0 and + 1 the message types.
-    std::optional<Numbers> mTypes;
+    std::optional<NumberSet> mTypes;
 };
 
 } // namespace tarn::tool

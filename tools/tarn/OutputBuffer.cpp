@@ -1,21 +1,38 @@
 #include "OutputBuffer.h"
 
 #include "Failure.h"
+#include "StopSignal.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cmath>
-#include <cstring>
-#include <poll.h>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace tarn::tool
 {
 
+namespace
+{
+
+/// What a write() takes without blocking once poll() has promised room: all for a file, else what
+/// POSIX promises for a pipe.
+std::size_t BlockSize(int descriptor)
+{
+    struct stat status = {};
+    const bool isFile = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return isFile ? SIZE_MAX : PIPE_BUF;
+}
+
+} // namespace
+
 OutputBuffer::OutputBuffer(int descriptor)
     : mDescriptor(descriptor),
+      mBlock(BlockSize(descriptor)),
       mBytes(std::make_unique<char[]>(CAPACITY))
 {
 }
@@ -83,21 +100,33 @@ void OutputBuffer::WriteOut()
 {
     std::size_t done = 0;
     while (done < mSize) {
-        const ssize_t written = ::write(mDescriptor, &mBytes[done], mSize - done);
-        if (written >= 0) {
+        AwaitReader(mSize - done);
+        const ssize_t written = ::write(mDescriptor, &mBytes[done], std::min(mBlock, mSize - done));
+        if (written >= 0)
             done += static_cast<std::size_t>(written);
-        } else if (errno == EAGAIN) {
-            pollfd output = {mDescriptor, POLLOUT, 0};
-            ::poll(&output, 1, -1);
-        } else if (errno != EINTR) {
-            mSize = 0;
-            if (errno == EPIPE)
-                throw ReaderGone();
-            throw Trouble(std::string("standard output: cannot write: ") +
-                          std::generic_category().message(errno) + "; check where the output goes");
-        }
+        else if (errno != EINTR && errno != EAGAIN)
+            GiveUp(errno);
     }
     mSize = 0;
+}
+
+void OutputBuffer::AwaitReader(std::size_t left)
+{
+    if (WaitForRoom(mDescriptor))
+        return;
+    mSize = 0;
+    throw Failure(static_cast<tExitStatus>(EXIT_SIGNAL + CaughtStopSignal()),
+                  "standard output: nobody reads it; " + std::to_string(left) +
+                      " bytes were not written");
+}
+
+void OutputBuffer::GiveUp(int error)
+{
+    mSize = 0;
+    if (error == EPIPE)
+        throw ReaderGone();
+    throw Trouble("standard output: cannot write: " + std::generic_category().message(error) +
+                  "; check where the output goes");
 }
 
 } // namespace tarn::tool

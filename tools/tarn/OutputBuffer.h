@@ -13,6 +13,9 @@ namespace tarn::tool
 /// Collects output for one file descriptor and hands it over in large blocks. Numbers do not follow
 /// the locale.
 ///
+/// A reader that takes its time is waited for. Once a stop signal has come, one that takes nothing
+/// for a second is waited for no longer.
+///
 /// Throws ReaderGone when a pipe is closed at the other end, Failure when writing fails otherwise.
 class OutputBuffer
 {
@@ -61,8 +64,11 @@ private:
     static constexpr std::size_t CAPACITY = 256 * 1024;
 
     void PutSlowly(std::string_view text);
+    void AwaitReader(std::size_t left);
+    [[noreturn]] void GiveUp(int error);
 
     int mDescriptor;
+    std::size_t mBlock;
     std::unique_ptr<char[]> mBytes;
     std::size_t mSize = 0;
 };

@@ -26,7 +26,7 @@ void PrinterOptions::AddForm(CLI::App& verb, const char* name, tForm form, const
         ->group("Output");
 }
 
-std::unique_ptr<iMessagePrinter> PrinterOptions::MakePrinter() const
+std::unique_ptr<iMessagePrinter> PrinterOptions::MakePrinter(const Installation* names) const
 {
     switch (mForm) {
     case FORM_SHORT:
@@ -34,11 +34,11 @@ std::unique_ptr<iMessagePrinter> PrinterOptions::MakePrinter() const
     case FORM_LONG:
         return std::make_unique<LongPrinter>();
     case FORM_JSON:
-        return std::make_unique<JsonPrinter>();
+        return std::make_unique<JsonPrinter>(names);
     case FORM_CSV:
-        return std::make_unique<CsvPrinter>();
+        return std::make_unique<CsvPrinter>(names);
     default:
-        return std::make_unique<TextPrinter>(mColour.IsOn());
+        return std::make_unique<TextPrinter>(mColour.IsOn(), names);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "ColourOption.h"
 #include "ExclusiveFlags.h"
+#include "Installation.h"
 #include "iMessagePrinter.h"
 
 #include <memory>
@@ -22,7 +23,12 @@ public:
     /// Adds --short, --long, --json, --csv and --color to a verb.
     void AddOptions(CLI::App& verb);
 
-    std::unique_ptr<iMessagePrinter> MakePrinter() const;
+    /// @param names are shown in the usual form, JSON and CSV; may be null, must outlive the
+    /// printer
+    std::unique_ptr<iMessagePrinter> MakePrinter(const Installation* names = nullptr) const;
+
+    /// True when another form than the usual one was chosen.
+    bool IsFormGiven() const { return mForm != FORM_TEXT; }
 
 private:
     enum tForm { FORM_TEXT, FORM_SHORT, FORM_LONG, FORM_JSON, FORM_CSV };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 
 namespace tarn::tool
 {
@@ -9,7 +10,6 @@ namespace tarn::tool
 namespace
 {
 
-constexpr double MEGABYTE = 1e6;
 constexpr std::size_t BAR_WIDTH = 20;
 constexpr const char* CLEAR_LINE = "\r\x1b[K";
 
@@ -28,14 +28,15 @@ std::string MinutesAndSeconds(double seconds)
 
 } // namespace
 
-std::string RenderProgress(std::uint64_t done, std::uint64_t total, double seconds)
+std::string RenderProgress(std::uint64_t done, std::uint64_t total, double seconds,
+                           ProgressBar::Unit unit)
 {
-    const auto bytes = static_cast<double>(done);
-    const double rate = seconds > 0 ? bytes / seconds : 0;
-    const std::string rateText = WithOneDecimal(rate / MEGABYTE) + " MB/s";
+    const auto work = static_cast<double>(done);
+    const double rate = seconds > 0 ? work / seconds : 0;
+    const std::string rateText = WithOneDecimal(rate / unit.size) + ' ' + unit.name + "/s";
     if (total == 0 || rate <= 0)
-        return WithOneDecimal(bytes / MEGABYTE) + " MB  " + rateText;
-    const double share = std::min(1.0, bytes / static_cast<double>(total));
+        return WithOneDecimal(work / unit.size) + ' ' + unit.name + "  " + rateText;
+    const double share = std::min(1.0, work / static_cast<double>(total));
     const auto filled = static_cast<std::size_t>(share * static_cast<double>(BAR_WIDTH));
     const std::string percent = std::to_string(static_cast<int>(share * 100));
     return '[' + std::string(filled, '#') + std::string(BAR_WIDTH - filled, '-') + "] " +
@@ -49,7 +50,7 @@ void ProgressBar::Update(std::uint64_t done, std::uint64_t total, double seconds
         return;
     mNextDrawing = seconds + PERIOD;
     mVisible = true;
-    std::fputs((CLEAR_LINE + RenderProgress(done, total, seconds)).c_str(), mTerminal);
+    std::fputs((CLEAR_LINE + RenderProgress(done, total, seconds, mUnit)).c_str(), mTerminal);
     std::fflush(mTerminal);
 }
 
@@ -60,6 +61,19 @@ void ProgressBar::Clear()
     mVisible = false;
     std::fputs(CLEAR_LINE, mTerminal);
     std::fflush(mTerminal);
+}
+
+std::uintmax_t TotalSize(const std::vector<std::string>& files)
+{
+    std::uintmax_t total = 0;
+    for (const std::string& file : files) {
+        std::error_code error;
+        const std::uintmax_t size = std::filesystem::file_size(file, error);
+        if (error)
+            return 0;
+        total += size;
+    }
+    return total;
 }
 
 } // namespace tarn::tool

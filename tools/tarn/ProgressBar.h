@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace tarn::tool
 {
@@ -18,8 +19,19 @@ public:
     /// Seconds between two drawings.
     static constexpr double PERIOD = 0.2;
 
+    /// What work is counted in.
+    struct Unit {
+        double size;
+        const char* name;
+    };
+    static constexpr Unit MEGABYTES = {1e6, "MB"};
+
     /// @param terminal where to draw; null for nowhere
-    explicit ProgressBar(std::FILE* terminal) : mTerminal(terminal) {}
+    explicit ProgressBar(std::FILE* terminal, Unit unit = MEGABYTES)
+        : mTerminal(terminal),
+          mUnit(unit)
+    {
+    }
 
     /// Says how far the work is, seconds after it began.
     void Update(std::uint64_t done, std::uint64_t total, double seconds);
@@ -29,12 +41,17 @@ public:
 
 private:
     std::FILE* mTerminal;
+    Unit mUnit;
     double mNextDrawing = DELAY;
     bool mVisible = false;
 };
 
+/// The bytes of all files; 0 when not all are regular ones.
+std::uintmax_t TotalSize(const std::vector<std::string>& files);
+
 /// The text of the bar.
-std::string RenderProgress(std::uint64_t done, std::uint64_t total, double seconds);
+std::string RenderProgress(std::uint64_t done, std::uint64_t total, double seconds,
+                           ProgressBar::Unit unit = ProgressBar::MEGABYTES);
 
 } // namespace tarn::tool
 

@@ -56,7 +56,14 @@ void RegisterMap::Add(Place place, tAccess access, RegisterValue value)
     if (value.bytes.size() > MAX_BYTES)
         throw std::invalid_argument("register: a value has at most 6 bytes; shorten it");
     const std::lock_guard<std::mutex> lock(mMutex);
-    mRegisters[place] = {access, std::move(value)};
+    mRegisters[place] = {access, std::move(value), {}};
+}
+
+void RegisterMap::AddMoving(Place place, tAccess access, std::function<RegisterValue()> next)
+{
+    Add(place, access, next());
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mRegisters[place].next = std::move(next);
 }
 
 RegisterMap::Refusal RegisterMap::Read(Place place, RegisterValue& value) const
@@ -67,8 +74,17 @@ RegisterMap::Refusal RegisterMap::Read(Place place, RegisterValue& value) const
         return TarnMessage::STATUS_RESOURCE_NOT_EXISTING;
     if (found->second.access == WRITE_ONLY)
         return TarnMessage::STATUS_ACCESS_NOT_GRANTED;
-    value = found->second.value;
+    value = found->second.Now();
     return std::nullopt;
+}
+
+std::optional<RegisterValue> RegisterMap::Get(Place place) const
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const auto found = mRegisters.find(place);
+    if (found == mRegisters.end())
+        return std::nullopt;
+    return found->second.Now();
 }
 
 RegisterMap::Refusal RegisterMap::Write(Place place, const RegisterValue& value)
@@ -82,6 +98,7 @@ RegisterMap::Refusal RegisterMap::Write(Place place, const RegisterValue& value)
     if (!Fits(value, found->second.value))
         return TarnMessage::STATUS_FRAME_FAILURE;
     found->second.value = value;
+    found->second.next = nullptr;
     return std::nullopt;
 }
 
@@ -92,6 +109,7 @@ bool RegisterMap::Set(Place place, const RegisterValue& value)
     if (found == mRegisters.end() || !Fits(value, found->second.value))
         return false;
     found->second.value = value;
+    found->second.next = nullptr;
     return true;
 }
 

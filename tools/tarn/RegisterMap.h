@@ -3,6 +3,7 @@
 
 #include <tarn/TarnMessage.h>
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -57,8 +58,17 @@ public:
     /// @throws std::invalid_argument for a value of more than 6 bytes
     void Add(Place place, tAccess access, RegisterValue value);
 
+    /// Adds a register whose value moves: each time it is read, next() says the value, always of
+    /// the same type and size. A value that is written to it stays.
+    /// @param next is called with the map locked, so one call after another; must not throw
+    void AddMoving(Place place, tAccess access, std::function<RegisterValue()> next);
+
     /// @return STATUS_RESOURCE_NOT_EXISTING, or STATUS_ACCESS_NOT_GRANTED for a write-only register
     Refusal Read(Place place, RegisterValue& value) const;
+
+    /// The value from inside the device, where access rights do not count.
+    /// @return nothing for a register that is not there
+    std::optional<RegisterValue> Get(Place place) const;
 
     /// A value fits when type and number of bytes are those of the register; the S16F formats count
     /// as one type, and the register takes over the format.
@@ -74,6 +84,9 @@ private:
     struct Register {
         tAccess access = READ_ONLY;
         RegisterValue value;
+        std::function<RegisterValue()> next; ///< empty for a value that stays
+
+        RegisterValue Now() const { return next ? next() : value; }
     };
 
     static bool Fits(const RegisterValue& value, const RegisterValue& present);

@@ -1,5 +1,7 @@
 #include "SimulatedDevice.h"
 
+#include "Motion.h"
+
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -19,7 +21,8 @@ SimulatedDevice::SimulatedDevice(std::tr1::shared_ptr<iTarnAsyncDispatcher> disp
                                  Options options)
     : mDispatcher(std::move(dispatcher)),
       mOptions(std::move(options)),
-      mStatus(mOptions.status)
+      mStatus(mOptions.status),
+      mChance(mOptions.faults.seed ? *mOptions.faults.seed : std::random_device()())
 {
     for (const unsigned char address : Addresses()) {
         if (address > LAST_ADDRESS)
@@ -27,9 +30,9 @@ SimulatedDevice::SimulatedDevice(std::tr1::shared_ptr<iTarnAsyncDispatcher> disp
                                         ": nobody can listen at address " +
                                         std::to_string(address) + "; give 0 to 126");
     }
-    if (mOptions.delay.count() > 0)
-        mLateSender =
-            std::make_unique<LateSender>([this](TarnMessage& answer) { SendNow(answer); });
+    if (mOptions.delay.count() > 0 || mOptions.faults.late > 0)
+        mLateSender = std::make_unique<LateSender>(
+            [this](TarnMessage& answer) { SendNow(answer, mAnswers); });
     for (const unsigned char address : Addresses())
         mDispatcher->SubscribeTarget(address, this);
 }
@@ -50,7 +53,7 @@ std::set<unsigned char> SimulatedDevice::Addresses() const
 
 SimulatedDevice::Counters SimulatedDevice::GetCounters() const
 {
-    return {mRequests, mAnswers, mUnsent};
+    return {mRequests, mAnswers, mReports, mUnsent};
 }
 
 bool SimulatedDevice::DispatchResponse(TarnMessage& message)
@@ -59,8 +62,12 @@ bool SimulatedDevice::DispatchResponse(TarnMessage& message)
         return false;
     ++mRequests;
     TarnMessage answer = AnswerTo(message);
-    if (!mOptions.silent)
-        SendInTime(answer);
+    const Faults& faults = mOptions.faults;
+    if (mOptions.silent || Happens(faults.noAnswer))
+        return false;
+    Spoil(answer);
+    SendInTime(answer, mOptions.delay + (Happens(faults.late) ? faults.lateBy
+                                                              : std::chrono::nanoseconds::zero()));
     return false;
 }
 
@@ -105,19 +112,54 @@ RegisterMap::Refusal SimulatedDevice::Access(const TarnMessage& request, Registe
     return mRegisters.Write(place, value);
 }
 
-void SimulatedDevice::SendInTime(TarnMessage& answer)
+bool SimulatedDevice::Happens(double share)
 {
-    if (!mLateSender)
-        SendNow(answer);
-    else if (!mLateSender->Put(answer, LateSender::Clock::now() + mOptions.delay))
+    return share > 0 && DrawShare(mChance) < share;
+}
+
+void SimulatedDevice::Spoil(TarnMessage& answer)
+{
+    const Faults& faults = mOptions.faults;
+    if (Happens(faults.wrongRegister))
+        answer.SetRegister(answer.GetRegister() ^ 1u);
+    if (Happens(faults.wrongSource))
+        answer.SetSourceAddr(answer.GetSourceAddr() ^ 1u);
+    if (Happens(faults.wrongStatus))
+        answer.SetRStatus(static_cast<TarnMessage::tTarnRStatus>((answer.GetRStatus() + 1) % 16));
+}
+
+void SimulatedDevice::SendInTime(TarnMessage& answer, std::chrono::nanoseconds delay)
+{
+    if (delay == std::chrono::nanoseconds::zero())
+        SendNow(answer, mAnswers);
+    else if (!mLateSender->Put(answer, LateSender::Clock::now() + delay))
         ++mUnsent;
 }
 
-void SimulatedDevice::SendNow(TarnMessage& answer)
+void SimulatedDevice::Report(RegisterMap::Place place, unsigned char target,
+                             TarnMessage::tTarnAddressing addressing)
+{
+    const auto value = mRegisters.Get(place);
+    if (!value)
+        return;
+    TarnMessage report;
+    report.SetDirection(TarnMessage::DIRECTION_RESPONSE);
+    report.SetAccessType(TarnMessage::ACCESS_WRITE);
+    report.SetAddressing(addressing);
+    report.SetSourceAddr(mOptions.address);
+    report.SetTargetAddr(target);
+    report.SetRegister(place.reg);
+    report.SetModule(place.module);
+    report.SetRStatus(mStatus);
+    value->PutInto(report);
+    SendNow(report, mReports);
+}
+
+void SimulatedDevice::SendNow(TarnMessage& message, std::atomic<unsigned long long>& sent)
 {
     try {
-        mDispatcher->Send(answer);
-        ++mAnswers;
+        mDispatcher->Send(message);
+        ++sent;
     } catch (const std::exception&) { // the bus did not take it
         ++mUnsent;
     } catch (const std::string&) { // no frame can carry it

@@ -1,5 +1,6 @@
 #include "StopSignal.h"
 
+#include <algorithm>
 #include <csignal>
 #include <initializer_list>
 #include <poll.h>
@@ -18,6 +19,15 @@ sigset_t outsideMask;
 void Remember(int number)
 {
     caughtSignal = number;
+}
+
+timespec TimeLeft(std::chrono::steady_clock::time_point until)
+{
+    using namespace std::chrono;
+    constexpr nanoseconds::rep SECOND = 1000000000;
+    const auto left =
+        std::max(duration_cast<nanoseconds>(until - steady_clock::now()), nanoseconds::zero());
+    return {left.count() / SECOND, left.count() % SECOND};
 }
 
 } // namespace
@@ -45,6 +55,30 @@ bool WaitForInput(int descriptor)
 {
     pollfd input = {descriptor, POLLIN, 0};
     ::ppoll(&input, 1, nullptr, &outsideMask);
+    return caughtSignal == 0;
+}
+
+bool WaitForInput(int descriptor, std::chrono::steady_clock::time_point until)
+{
+    pollfd input = {descriptor, POLLIN, 0};
+    const timespec left = TimeLeft(until);
+    ::ppoll(&input, 1, &left, &outsideMask);
+    return caughtSignal == 0;
+}
+
+bool WaitForRoom(int descriptor)
+{
+    pollfd output = {descriptor, POLLOUT, 0};
+    constexpr int LAST_WAIT = 1000;
+    if (::ppoll(&output, 1, nullptr, &outsideMask) > 0)
+        return true;
+    return ::poll(&output, 1, LAST_WAIT) > 0;
+}
+
+bool SleepUntil(std::chrono::steady_clock::time_point until)
+{
+    const timespec left = TimeLeft(until);
+    ::ppoll(nullptr, 0, &left, &outsideMask);
     return caughtSignal == 0;
 }
 

@@ -2,6 +2,8 @@
 
 #include "Words.h"
 
+#include <algorithm>
+
 namespace tarn::tool
 {
 
@@ -62,19 +64,52 @@ void PutTarget(const MessageFields& fields, OutputBuffer& out)
     out.Fill(' ', TARGET_WIDTH - width);
 }
 
-void PutDataHeader(const MessageFields& fields, OutputBuffer& out)
+/// A name in a column, with a blank ahead; nothing where the column has no width.
+void PutName(std::string_view name, std::string_view part, std::size_t width, OutputBuffer& out)
 {
-    const bool read = fields.accessType == TarnMessage::ACCESS_READ;
-    const bool request = fields.direction == TarnMessage::DIRECTION_REQUEST;
-    out.PutDecimal(fields.source, 3, ' ');
-    out.Put(" -> ");
-    PutTarget(fields, out);
-    out.Put("  reg ");
-    out.PutDecimal(fields.reg, 3, ' ');
-    out.Put(" (0x");
-    out.PutHex(fields.reg, 2);
-    out.Put(read ? ")  READ  " : ")  WRITE ");
-    out.Put(request ? "request   " : "response  ");
+    if (width == 0)
+        return;
+    out.Put(' ');
+    out.Put(name);
+    std::size_t used = WidthOf(name);
+    if (!part.empty()) {
+        out.Put('.');
+        out.Put(part);
+        used += 1 + WidthOf(part);
+    }
+    out.Fill(' ', width - std::min(width, used));
+}
+
+/// The widest name of a device, with that of a module behind it, and of a group.
+std::size_t TargetWidth(const Installation& names)
+{
+    std::size_t width = 1;
+    for (const InstalledDevice& device : names.devices) {
+        width = std::max(width, WidthOf(device.name));
+        for (const auto& module : device.modules)
+            width = std::max(width, WidthOf(device.name) + 1 + WidthOf(module.second));
+    }
+    for (const auto& group : names.groups)
+        width = std::max(width, WidthOf(group.second));
+    return width;
+}
+
+std::size_t SourceWidth(const Installation& names)
+{
+    std::size_t width = 1;
+    for (const InstalledDevice& device : names.devices)
+        width = std::max(width, WidthOf(device.name));
+    return width;
+}
+
+std::size_t RegisterWidth(const Installation& names)
+{
+    std::size_t width = 1;
+    for (const InstalledDevice& device : names.devices) {
+        for (const InstalledRegister& entry : device.registers)
+            width = std::max(width, WidthOf(entry.name));
+    }
+    return width;
 }
 
 /// As wide as the header of a DATA message.
@@ -94,13 +129,15 @@ void PutChcpHeader(const MessageFields& fields, OutputBuffer& out)
     out.Put("     ");
 }
 
-void PutData(const MessageFields& fields, OutputBuffer& out)
+void PutData(const MessageFields& fields, const MessageNames& names, OutputBuffer& out)
 {
     out.Put(GAP);
     if (fields.payloadSize == 0)
         return out.Put(DATA_TYPE_WORDS[fields.dataType]);
     out.PutLeft(DATA_TYPE_WORDS[fields.dataType], DATA_TYPE_WIDTH);
     out.Put(' ');
+    if (names.values != nullptr)
+        return out.Put(ShownValues(*names.values, fields.values));
     if (fields.values.kind != PayloadValues::NONE)
         return PutValues(fields.values, out);
     out.Put('[');
@@ -119,18 +156,41 @@ std::string_view ColourOf(unsigned int status)
 
 } // namespace
 
+TextPrinter::TextPrinter(bool colour, const Installation* names) : mColour(colour), mNames(names)
+{
+    if (mNames == nullptr)
+        return;
+    mSourceWidth = SourceWidth(*mNames);
+    mTargetWidth = TargetWidth(*mNames);
+    mRegisterWidth = RegisterWidth(*mNames);
+}
+
 void TextPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
 {
     const MessageFields& fields = received.fields;
+    const MessageNames names = mNames == nullptr ? MessageNames() : NamesOf(*mNames, fields);
     PutOrigin(received.line, out);
     if (fields.IsChcp())
         PutChcpHeader(fields, out);
     else
-        PutDataHeader(fields, out);
+        PutDataHeader(fields, names, out);
     PutStatus(fields.status, fields.IsChcp() ? 0 : STATUS_WIDTH, out);
     if (!fields.IsChcp())
-        PutData(fields, out);
+        PutData(fields, names, out);
+    if (!names.mac.empty())
+        PutNote(names.mac, {}, out);
     PutNotes(fields, out);
+    out.Put('\n');
+}
+
+void TextPrinter::PrintError(const CandumpLine& line, std::string_view words, OutputBuffer& out)
+{
+    PutOrigin(line, out);
+    PutColour(RED, out);
+    out.Put("ERROR FRAME");
+    PutColour(PLAIN, out);
+    out.Put(GAP);
+    out.Put(words);
     out.Put('\n');
 }
 
@@ -145,6 +205,28 @@ void TextPrinter::PutOrigin(const CandumpLine& line, OutputBuffer& out) const
     if (line.direction != CandumpLine::DIRECTION_UNKNOWN)
         out.Put(line.direction == CandumpLine::DIRECTION_RECEIVED ? "rx  " : "tx  ");
     PutColour(PLAIN, out);
+}
+
+void TextPrinter::PutDataHeader(const MessageFields& fields, const MessageNames& names,
+                                OutputBuffer& out) const
+{
+    const bool read = fields.accessType == TarnMessage::ACCESS_READ;
+    const bool request = fields.direction == TarnMessage::DIRECTION_REQUEST;
+    // A module is one of the device whose register this is: the target of a request alone.
+    const std::string_view module = request ? names.module : std::string_view();
+    out.PutDecimal(fields.source, 3, ' ');
+    PutName(names.source, {}, mSourceWidth, out);
+    out.Put(" -> ");
+    PutTarget(fields, out);
+    PutName(names.target, module, mTargetWidth, out);
+    out.Put("  reg ");
+    out.PutDecimal(fields.reg, 3, ' ');
+    out.Put(" (0x");
+    out.PutHex(fields.reg, 2);
+    out.Put(')');
+    PutName(names.reg, {}, mRegisterWidth, out);
+    out.Put(read ? "  READ  " : "  WRITE ");
+    out.Put(request ? "request   " : "response  ");
 }
 
 void TextPrinter::PutStatus(unsigned int status, std::size_t width, OutputBuffer& out) const
@@ -190,9 +272,23 @@ void ShortPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
     out.Put('\n');
 }
 
+void ShortPrinter::PrintError(const CandumpLine&, std::string_view words, OutputBuffer& out)
+{
+    out.Put("ERROR FRAME ");
+    out.Put(words);
+    out.Put('\n');
+}
+
 void LongPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
 {
     out.Put(received.message.ToString());
+    out.Put("\n\n");
+}
+
+void LongPrinter::PrintError(const CandumpLine&, std::string_view words, OutputBuffer& out)
+{
+    out.Put("ERROR FRAME ");
+    out.Put(words);
     out.Put("\n\n");
 }
 

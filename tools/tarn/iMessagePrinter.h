@@ -1,11 +1,13 @@
 #ifndef TARN_TOOLS_MESSAGE_PRINTER_H
 #define TARN_TOOLS_MESSAGE_PRINTER_H
 
+#include "Duration.h"
 #include "MessageFields.h"
 #include "OutputBuffer.h"
 
 #include <plexa_can/CandumpLine.h>
 
+#include <optional>
 #include <string_view>
 
 namespace tarn::tool
@@ -17,6 +19,8 @@ struct ReceivedMessage {
     const CandumpLine& line;
     const TarnMessage& message;
     const MessageFields& fields;
+    /// Of an answer: how long it took.
+    std::optional<Duration> latency = std::nullopt;
 };
 
 /// Writes messages in one form.
@@ -28,6 +32,8 @@ public:
     /// What stands ahead of the first message.
     virtual void Begin(OutputBuffer&) {}
     virtual void Print(const ReceivedMessage& received, OutputBuffer& out) = 0;
+    /// An error frame in words; the line has the frame and how it came.
+    virtual void PrintError(const CandumpLine& line, std::string_view words, OutputBuffer& out) = 0;
 };
 
 /// Seconds with as many decimals as the line had; for no time stamp nothing.

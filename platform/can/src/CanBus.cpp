@@ -17,7 +17,7 @@ namespace tarn
 namespace
 {
 
-using Connection = std::tr1::shared_ptr<iCanAsyncDispatcher>;
+using Connection = std::tr1::shared_ptr<iCanBus>;
 
 constexpr unsigned int MOST_FRAMES = 1u << 20;
 constexpr unsigned int MOST_MILLISECONDS = 3600u * 1000u;
@@ -91,7 +91,7 @@ constexpr Scheme SCHEMES[] = {{"socketcan", "socketcan:can0", OpenSocketCan},
 
 } // namespace
 
-std::tr1::shared_ptr<iCanAsyncDispatcher> CanBus::Open(const std::string& name)
+std::tr1::shared_ptr<iCanBus> CanBus::Open(const std::string& name)
 {
     const BusName parsed = ParseBusName(name);
     std::string known;

@@ -1,10 +1,10 @@
+#include "LogSafely.h"
 #include "SocketCanPacket.h"
 
 #include <plexa_can/CanException.h>
 #include <plexa_can/CanLogWriter.h>
 
 #include <Poco/Error.h>
-#include <Poco/Logger.h>
 #include <pcap/pcap.h>
 
 #include <algorithm>
@@ -218,7 +218,7 @@ CanLogWriter::~CanLogWriter()
     try {
         mImpl->Close();
     } catch (const CanException& failure) {
-        Poco::Logger::get("CanLogWriter").error(failure.message());
+        LogSafely("CanLogWriter", Poco::Message::PRIO_ERROR, failure.message());
     }
 }
 

@@ -22,13 +22,10 @@ void AppendHex(std::string& text, unsigned int value, unsigned int digits)
 
 } // namespace
 
-CanMessage::CanMessage() : mHeader(0), mFlags(0), mTimeStamp(0), mData(), mDataSize(0) {}
-
 std::vector<unsigned char> CanMessage::GetData() const
 {
-    std::vector<unsigned char> data;
-    data.reserve(MAX_DATA_SIZE);
-    data.assign(mData.begin(), mData.begin() + mDataSize);
+    std::vector<unsigned char> data(mData.begin(), mData.end()); // a copy of known size is cheap
+    data.erase(data.begin() + mDataSize, data.end());
     return data;
 }
 

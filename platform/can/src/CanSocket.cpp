@@ -221,17 +221,36 @@ void CanSocket::PrepareBatch()
     }
 }
 
-int CanSocket::Receive(const std::function<void(const CanMessage&)>& receive,
-                       unsigned long long& oddities)
+/// While frames come one at a time, asking for more than one would cost a look at an empty queue
+/// each.
+std::size_t CanSocket::ChooseBatchSize()
 {
-    for (std::size_t i = 0; i < BATCH_SIZE; ++i) {
+    if (mBatch == 1 && mAsked != 1)
+        mSingles = SINGLES;
+    else if (mSingles != 0)
+        --mSingles;
+    return mSingles != 0 ? 1 : BATCH_SIZE;
+}
+
+int CanSocket::ReadBatch()
+{
+    mAsked = ChooseBatchSize();
+    mBatch = 0;
+    for (std::size_t i = 0; i < mAsked; ++i) {
         mMessages[i].msg_hdr.msg_control = mSlots[i].control.data();
         mMessages[i].msg_hdr.msg_controllen = CONTROL_SIZE;
     }
-    const int count = mSystem.ReceiveBatch(mDescriptor, mMessages.data(), BATCH_SIZE);
+    const int count =
+        mSystem.ReceiveBatch(mDescriptor, mMessages.data(), static_cast<unsigned int>(mAsked));
     if (count < 0)
         return errno;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+    mBatch = static_cast<std::size_t>(count);
+    return 0;
+}
+
+void CanSocket::TakeBatch(const Receiver& receive, unsigned long long& oddities)
+{
+    for (std::size_t i = 0; i < mBatch; ++i) {
         const bool whole = mMessages[i].msg_len == CAN_MTU;
         CanMessage frame = whole ? FromKernel(mSlots[i].frame) : CanMessage();
         ReadControl(mMessages[i].msg_hdr, frame);
@@ -240,7 +259,20 @@ int CanSocket::Receive(const std::function<void(const CanMessage&)>& receive,
         else
             ++oddities;
     }
-    return 0;
+}
+
+void CanSocket::Discard(const Receiver& discard, unsigned long long& oddities) const
+{
+    for (;;) {
+        canfd_frame frame = {};
+        const ssize_t size = mSystem.Receive(mDescriptor, &frame, sizeof frame);
+        if (size == static_cast<ssize_t>(CAN_MTU))
+            discard(FromKernel(frame));
+        else if (size >= 0)
+            ++oddities;
+        else if (errno != EINTR)
+            return;
+    }
 }
 
 void CanSocket::ReadControl(msghdr& message, CanMessage& frame)

@@ -42,11 +42,19 @@ public:
     /// @throws CanException when the kernel refuses to let frames in
     void Listen(bool on);
 
-    /// Reads what is there, at most a batch, and gives each frame to receive; what is no classical
-    /// CAN frame is counted in oddities.
+    using Receiver = std::function<void(const CanMessage&)>;
+
+    /// Reads what is there, at most a batch.
     /// @return 0, or the error number
-    int Receive(const std::function<void(const CanMessage&)>& receive,
-                unsigned long long& oddities);
+    int ReadBatch();
+
+    /// Gives each frame of the batch to receive; what is no classical CAN frame is counted in
+    /// oddities.
+    void TakeBatch(const Receiver& receive, unsigned long long& oddities);
+
+    /// Reads all that is there without disturbing the batch, as TakeBatch() does but without time
+    /// stamps. Not while ReadBatch() is running.
+    void Discard(const Receiver& discard, unsigned long long& oddities) const;
 
     /// @return 0, or the error number
     int Send(const CanMessage& frame);
@@ -61,6 +69,8 @@ public:
 private:
     static constexpr std::size_t BATCH_SIZE = 32;
     static constexpr std::size_t CONTROL_SIZE = 256;
+    /// Batches of one after a batch that held no more.
+    static constexpr unsigned int SINGLES = 8;
 
     struct Slot {
         canfd_frame frame;
@@ -75,6 +85,7 @@ private:
     bool SetFilters();
     [[noreturn]] void RefuseFilters(int error);
     void PrepareBatch();
+    std::size_t ChooseBatchSize();
     void ReadControl(msghdr& message, CanMessage& frame);
     [[noreturn]] void Refuse(const std::string& what, int error, const std::string& remedy);
     std::string OtherInterfaces();
@@ -94,6 +105,9 @@ private:
     unsigned int mDrops = 0;
     std::array<Slot, BATCH_SIZE> mSlots = {};
     std::array<mmsghdr, BATCH_SIZE> mMessages = {};
+    std::size_t mBatch = 0;    ///< messages in the batch
+    std::size_t mAsked = 0;    ///< messages that it could have had
+    unsigned int mSingles = 0; ///< batches of one to come
 };
 
 } // namespace tarn

@@ -7,6 +7,7 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <system_error>
 #include <thread>
@@ -69,9 +70,29 @@ public:
         return ::send(fd, buffer, size, MSG_DONTWAIT | MSG_NOSIGNAL);
     }
 
-    int Poll(pollfd* fds, nfds_t count, int timeout) override
+    int Event() override { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
+
+    int Signal(int event) override { return ::eventfd_write(event, 1); }
+
+    int TakeSignal(int event) override
     {
-        return ::poll(fds, count, timeout);
+        eventfd_t count = 0;
+        return ::eventfd_read(event, &count);
+    }
+
+    int WaitSet() override { return ::epoll_create1(EPOLL_CLOEXEC); }
+
+    int Watch(int waitSet, int fd) override
+    {
+        epoll_event event = {};
+        event.events = EPOLLIN;
+        event.data.fd = fd;
+        return ::epoll_ctl(waitSet, EPOLL_CTL_ADD, fd, &event);
+    }
+
+    int Wait(int waitSet, epoll_event* events, int count) override
+    {
+        return ::epoll_wait(waitSet, events, count, -1);
     }
 
     unsigned int InterfaceIndex(const std::string& name) override
@@ -101,6 +122,11 @@ public:
         }
         std::sort(names.begin(), names.end());
         return names;
+    }
+
+    int SetThreadName(const std::string& name) override
+    {
+        return ::pthread_setname_np(::pthread_self(), name.c_str());
     }
 
     int SetRealTimePriority(int priority) override

@@ -2,8 +2,8 @@
 #define PLEXA_CAN_SRC_CAN_SYSTEM_H
 
 #include <chrono>
-#include <poll.h>
 #include <string>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <vector>
 
@@ -30,7 +30,16 @@ public:
     /// recv() and send() without blocking.
     virtual ssize_t Receive(int fd, void* buffer, std::size_t size) = 0;
     virtual ssize_t Send(int fd, const void* buffer, std::size_t size) = 0;
-    virtual int Poll(pollfd* fds, nfds_t count, int timeout) = 0;
+    /// eventfd() without blocking: what Signal() makes readable, until TakeSignal().
+    virtual int Event() = 0;
+    virtual int Signal(int event) = 0;
+    virtual int TakeSignal(int event) = 0;
+    /// epoll_create1(): a set of descriptors to wait for.
+    virtual int WaitSet() = 0;
+    /// EPOLL_CTL_ADD: waits for a descriptor to be readable; the event carries it in data.fd.
+    virtual int Watch(int waitSet, int fd) = 0;
+    /// epoll_wait() without a time limit.
+    virtual int Wait(int waitSet, epoll_event* events, int count) = 0;
 
     /// 0: there is no interface of this name.
     virtual unsigned int InterfaceIndex(const std::string& name) = 0;
@@ -39,6 +48,8 @@ public:
     /// The names of all CAN interfaces.
     virtual std::vector<std::string> CanInterfaces() = 0;
 
+    /// Of the calling thread; returns the error number, 0 for success.
+    virtual int SetThreadName(const std::string& name) = 0;
     /// SCHED_FIFO for the calling thread; returns the error number, 0 for success.
     virtual int SetRealTimePriority(int priority) = 0;
 

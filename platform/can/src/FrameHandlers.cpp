@@ -1,10 +1,11 @@
 #include "FrameHandlers.h"
 
+#include "LogSafely.h"
+
 #include <plexa_can/CanMessage.h>
 #include <plexa_can/iCanMessageHandler.h>
 
 #include <Poco/Exception.h>
-#include <Poco/Logger.h>
 
 #include <algorithm>
 #include <cxxabi.h>
@@ -35,7 +36,8 @@ public:
         while (*link != &mCall)
             link = &(*link)->outer;
         *link = mCall.outer;
-        mOwner.mCallEnded.notify_all();
+        if (mOwner.mWaiting != 0)
+            mOwner.mCallEnded.notify_all();
     }
 
     RunningCall(const RunningCall&) = delete;
@@ -55,9 +57,8 @@ public:
 
     ~Walk()
     {
-        auto& handlers = mOwner.mHandlers;
         if (--mOwner.mWalks == 0)
-            handlers.erase(std::remove(handlers.begin(), handlers.end(), nullptr), handlers.end());
+            mOwner.SweepUp();
     }
 
     Walk(const Walk&) = delete;
@@ -67,11 +68,7 @@ private:
     FrameHandlers& mOwner;
 };
 
-FrameHandlers::FrameHandlers(std::string loggerName, std::atomic<unsigned long long>& exceptions)
-    : mLoggerName(std::move(loggerName)),
-      mExceptions(exceptions)
-{
-}
+FrameHandlers::FrameHandlers(const char* loggerName) : mLoggerName(loggerName) {}
 
 void FrameHandlers::Add(iCanMessageHandler* handler)
 {
@@ -85,29 +82,37 @@ void FrameHandlers::Remove(const iCanMessageHandler* handler)
     std::unique_lock<std::mutex> lock(mMutex);
     const auto entry = std::find(mHandlers.begin(), mHandlers.end(), handler);
     if (entry != mHandlers.end())
-        Remove(lock, entry);
+        *entry = nullptr;
+    if (mWalks == 0)
+        SweepUp();
+    AwaitEndOfCalls(lock, handler);
 }
 
 void FrameHandlers::RemoveAll()
 {
     std::unique_lock<std::mutex> lock(mMutex);
-    const auto isThere = [](const iCanMessageHandler* handler) { return handler != nullptr; };
-    // From the front each time, since the list may change while Remove() waits.
-    for (auto entry = std::find_if(mHandlers.begin(), mHandlers.end(), isThere);
-         entry != mHandlers.end();
-         entry = std::find_if(mHandlers.begin(), mHandlers.end(), isThere))
-        Remove(lock, entry);
+    std::fill(mHandlers.begin(), mHandlers.end(), nullptr);
+    AwaitEndOfCalls(lock, nullptr);
+    // Calls that have ended meanwhile may have added handlers.
+    std::fill(mHandlers.begin(), mHandlers.end(), nullptr);
+    if (mWalks == 0)
+        SweepUp();
 }
 
-void FrameHandlers::Remove(std::unique_lock<std::mutex>& lock,
-                           std::vector<iCanMessageHandler*>::iterator entry)
+/// Also of a handler that is in the list no longer: it may have removed itself in the call.
+void FrameHandlers::AwaitEndOfCalls(std::unique_lock<std::mutex>& lock,
+                                    const iCanMessageHandler* handler)
 {
-    const iCanMessageHandler* const handler = *entry;
-    *entry = nullptr;
-    if (mWalks == 0)
-        mHandlers.erase(entry);
-    if (!IsRunning(handler, true))
-        mCallEnded.wait(lock, [&] { return !IsRunning(handler, false); });
+    if (IsRunning(handler, true))
+        return;
+    ++mWaiting;
+    mCallEnded.wait(lock, [&] { return !IsRunning(handler, false); });
+    --mWaiting;
+}
+
+void FrameHandlers::SweepUp()
+{
+    mHandlers.erase(std::remove(mHandlers.begin(), mHandlers.end(), nullptr), mHandlers.end());
 }
 
 bool FrameHandlers::IsEmpty() const
@@ -117,28 +122,44 @@ bool FrameHandlers::IsEmpty() const
                        [](const iCanMessageHandler* handler) { return handler == nullptr; });
 }
 
-bool FrameHandlers::Deliver(const CanMessage& frame)
+void FrameHandlers::BeginGeneration()
 {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    ++mGeneration;
+}
+
+unsigned int FrameHandlers::Generation() const
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mGeneration;
+}
+
+FrameHandlers::Outcome FrameHandlers::Deliver(const CanMessage& frame, unsigned int generation)
+{
+    Outcome outcome;
     std::unique_lock<std::mutex> lock(mMutex);
+    if (generation != mGeneration)
+        return outcome;
     const Walk walk(*this);
     const std::size_t count = mHandlers.size();
-    bool heard = false;
     for (std::size_t i = 0; i < count; ++i) {
         iCanMessageHandler* const handler = mHandlers[i];
         if (handler == nullptr)
             continue;
         const RunningCall call(*this, lock, handler);
-        Invoke(*handler, frame);
-        heard = true;
+        ++outcome.calls;
+        if (!Invoke(*handler, frame))
+            ++outcome.exceptions;
     }
-    return heard;
+    return outcome;
 }
 
-void FrameHandlers::Invoke(iCanMessageHandler& handler, const CanMessage& frame)
+bool FrameHandlers::Invoke(iCanMessageHandler& handler, const CanMessage& frame)
 {
     try {
         CanMessage copy(frame);
         handler.DispatchResponse(copy);
+        return true;
     } catch (const Poco::Exception& exception) {
         Report(exception.displayText());
     } catch (const std::exception& exception) {
@@ -150,16 +171,13 @@ void FrameHandlers::Invoke(iCanMessageHandler& handler, const CanMessage& frame)
     } catch (...) {
         Report("an exception of an unknown type");
     }
+    return false;
 }
 
 void FrameHandlers::Report(const std::string& text)
 {
-    ++mExceptions;
-    try {
-        if (!WasJustLogged(text))
-            Poco::Logger::get(mLoggerName).error("A frame handler threw: " + text);
-    } catch (...) { // a log that fails must not end the receive thread
-    }
+    if (!WasJustLogged(text))
+        LogSafely(mLoggerName, Poco::Message::PRIO_ERROR, "A frame handler threw: " + text);
 }
 
 /// A handler that throws at every frame must not fill the log: the same text counts once a second.
@@ -177,7 +195,7 @@ bool FrameHandlers::WasJustLogged(const std::string& text)
 bool FrameHandlers::IsRunning(const iCanMessageHandler* handler, bool onThisThread) const
 {
     for (const Call* call = mCalls; call != nullptr; call = call->outer) {
-        if (call->handler == handler &&
+        if ((handler == nullptr || call->handler == handler) &&
             (!onThisThread || call->thread == std::this_thread::get_id()))
             return true;
     }

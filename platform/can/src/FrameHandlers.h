@@ -1,7 +1,6 @@
 #ifndef PLEXA_CAN_SRC_FRAME_HANDLERS_H
 #define PLEXA_CAN_SRC_FRAME_HANDLERS_H
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -20,9 +19,14 @@ class iCanMessageHandler;
 class FrameHandlers
 {
 public:
-    /// @param loggerName where exceptions of handlers are logged
-    /// @param exceptions counts them; outlives the object
-    FrameHandlers(std::string loggerName, std::atomic<unsigned long long>& exceptions);
+    /// What became of one frame.
+    struct Outcome {
+        unsigned int calls = 0;      ///< handlers that got it
+        unsigned int exceptions = 0; ///< of these: left by an exception
+    };
+
+    /// @param loggerName where exceptions of handlers are logged; a literal
+    explicit FrameHandlers(const char* loggerName);
 
     void Add(iCanMessageHandler* handler);
 
@@ -34,9 +38,13 @@ public:
 
     bool IsEmpty() const;
 
-    /// Calls every handler; each gets a copy of its own, which it may change.
-    /// @return false when there was none
-    bool Deliver(const CanMessage& frame);
+    /// What was received so far is for no handler that is added from now on.
+    void BeginGeneration();
+    unsigned int Generation() const;
+
+    /// Calls every handler; each gets a copy of its own, which it may change. Calls nobody when a
+    /// generation has begun since the one in which the frame was received.
+    Outcome Deliver(const CanMessage& frame, unsigned int generation = 0);
 
 private:
     /// A call in progress; it stands on the stack of the thread that makes it.
@@ -48,20 +56,23 @@ private:
     class RunningCall;
     class Walk;
 
-    void Invoke(iCanMessageHandler& handler, const CanMessage& frame);
+    /// False when the handler was left by an exception.
+    bool Invoke(iCanMessageHandler& handler, const CanMessage& frame);
     void Report(const std::string& text);
     bool WasJustLogged(const std::string& text);
-    void Remove(std::unique_lock<std::mutex>& lock,
-                std::vector<iCanMessageHandler*>::iterator entry);
+    void SweepUp();
+    void AwaitEndOfCalls(std::unique_lock<std::mutex>& lock, const iCanMessageHandler* handler);
+    /// Whether a call to the handler, or to any for null, is running.
     bool IsRunning(const iCanMessageHandler* handler, bool onThisThread) const;
 
-    const std::string mLoggerName;
+    const char* const mLoggerName;
     mutable std::mutex mMutex;
     std::condition_variable mCallEnded;
     std::vector<iCanMessageHandler*> mHandlers; ///< null: removed while a walk was under way
     unsigned int mWalks = 0;
+    unsigned int mGeneration = 0;
     Call* mCalls = nullptr;
-    std::atomic<unsigned long long>& mExceptions;
+    unsigned int mWaiting = 0; ///< threads that wait for the end of a call
     std::mutex mLogMutex;
     std::string mLoggedText;
     std::chrono::steady_clock::time_point mLoggedAt;

@@ -1,5 +1,7 @@
 #include "LinkMonitor.h"
 
+#include "ControllerState.h"
+
 #include <plexa_can/CanException.h>
 
 #include <array>
@@ -50,7 +52,33 @@ LinkMonitor::Link LinkMonitor::Look(const std::string& interface) const
     link.index = mSystem.InterfaceIndex(interface);
     if (link.index != 0 && mSystem.InterfaceFlags(mDescriptor, interface, flags) == 0)
         link.up = (flags & IFF_UP) != 0;
+    if (link.up)
+        link.controller = AskForController(link.index);
     return link;
+}
+
+/// On a socket of its own, where nothing but the answer comes.
+std::optional<tCanBusState> LinkMonitor::AskForController(unsigned int interfaceIndex) const
+{
+    struct {
+        nlmsghdr header;
+        ifinfomsg link;
+    } request = {};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_GETLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST;
+    request.link.ifi_index = static_cast<int>(interfaceIndex);
+    const int socket = mSystem.Socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    if (socket < 0)
+        return std::nullopt;
+    std::array<unsigned char, 16384> answer = {};
+    ssize_t size = mSystem.Send(socket, &request, sizeof request);
+    if (size >= 0) // the kernel answers before the call returns
+        size = mSystem.Receive(socket, answer.data(), answer.size());
+    mSystem.Close(socket);
+    return size < 0 ? std::nullopt
+                    : ParseControllerState(answer.data(), static_cast<std::size_t>(size),
+                                           interfaceIndex);
 }
 
 } // namespace tarn

@@ -3,20 +3,24 @@
 
 #include "CanSystem.h"
 
+#include <plexa_can/SocketCanDispatcher.h>
+
+#include <optional>
 #include <string>
 
 namespace tarn
 {
 
 /// Tells when network interfaces come, go or change (rtnetlink(7)), and what is the matter with one
-/// of them. What netlink says is taken as a hint to look, not for its content: so a lost, merged or
-/// forged message does no harm.
+/// of them. What netlink announces is taken as a hint to look, not for its content: so a lost or
+/// merged message does no harm.
 class LinkMonitor
 {
 public:
     struct Link {
         unsigned int index = 0; ///< 0: there is no such interface
         bool up = false;
+        std::optional<tCanBusState> controller; ///< where there is one, and it runs
     };
 
     /// @throws CanException when the system offers no netlink
@@ -34,6 +38,8 @@ public:
     Link Look(const std::string& interface) const;
 
 private:
+    std::optional<tCanBusState> AskForController(unsigned int interfaceIndex) const;
+
     iCanSystem& mSystem;
     int mDescriptor = -1;
 };

@@ -1,9 +1,10 @@
 #include "LogReplayCore.h"
 
+#include "LogSafely.h"
+
 #include <plexa_can/CanException.h>
 
 #include <Poco/Error.h>
-#include <Poco/Logger.h>
 
 #include <array>
 #include <cerrno>
@@ -47,7 +48,7 @@ LogReplayDispatcher::Core::Core(std::string path, const Options& options)
       mOptions(options),
       mCloseEvent(MakeEvent()),
       mSchedule(options.speed),
-      mHandlers(LOGGER, mHandlerExceptions)
+      mHandlers(LOGGER)
 {
     try {
         CheckOptions();
@@ -136,6 +137,17 @@ void LogReplayDispatcher::Core::Stop(const iCanMessageHandler* handler)
 void LogReplayDispatcher::Core::Send(const CanMessage& frame)
 {
     const Lock lock(mRecordMutex);
+    try {
+        Record(frame);
+    } catch (...) {
+        ++mSendFailures;
+        throw;
+    }
+    ++mSent;
+}
+
+void LogReplayDispatcher::Core::Record(const CanMessage& frame)
+{
     if (mRecord == nullptr)
         throw CanException("a frame was not sent: " + mPath +
                            " is a log, which takes none; have them recorded (record=FILE)");
@@ -183,16 +195,26 @@ std::string LogReplayDispatcher::Core::GetFailure()
     return mFailure;
 }
 
-LogReplayDispatcher::Counters LogReplayDispatcher::Core::GetCounters()
+LogReplayDispatcher::Progress LogReplayDispatcher::Core::GetProgress()
 {
-    Counters counters = {};
+    const Lock lock(mMutex);
+    return mProgress;
+}
+
+CanBusCounters LogReplayDispatcher::Core::GetCounters()
+{
+    CanBusCounters counters;
     {
         const Lock lock(mMutex);
-        counters = mCounters;
+        counters.received = mProgress.read - mProgress.waiting;
+        counters.delivered = mProgress.played;
+        counters.filtered = mProgress.notClassical + mProgress.malformed;
+        counters.errorFrames = mErrorFrames;
+        counters.handlerExceptions = mHandlerExceptions;
     }
-    counters.handlerExceptions = mHandlerExceptions;
     const Lock lock(mRecordMutex);
-    counters.sent = mRecord != nullptr ? mRecord->GetFrames() : 0;
+    counters.sent = mSent;
+    counters.sendFailures = mSendFailures;
     return counters;
 }
 
@@ -240,14 +262,14 @@ bool LogReplayDispatcher::Core::Account(const CandumpLine& entry)
 {
     const Lock lock(mMutex);
     if (entry.kind != CandumpLine::KIND_COMMENT)
-        ++mCounters.read;
+        ++mProgress.read;
     if (entry.kind == CandumpLine::KIND_FD_FRAME)
-        ++mCounters.notClassical;
+        ++mProgress.notClassical;
     if (entry.kind == CandumpLine::KIND_MALFORMED)
-        ++mCounters.malformed;
+        ++mProgress.malformed;
     if (entry.kind != CandumpLine::KIND_FRAME)
         return false;
-    ++mCounters.waiting;
+    ++mProgress.waiting;
     ++mRoundFrames;
     return true;
 }
@@ -273,16 +295,24 @@ bool LogReplayDispatcher::Core::PlayFrame(const CandumpLine& entry)
         if (!AwaitDue(lock, entry))
             continue;
         lock.unlock();
-        const bool heard = mHandlers.Deliver(entry.frame);
+        const FrameHandlers::Outcome outcome = mHandlers.Deliver(entry.frame);
         lock.lock();
-        if (!heard)
+        if (outcome.calls == 0)
             continue;
         mSchedule.Played(entry);
-        ++mCounters.delivered;
-        --mCounters.waiting;
+        NotePlayed(entry, outcome.exceptions);
         return true;
     }
     return false;
+}
+
+void LogReplayDispatcher::Core::NotePlayed(const CandumpLine& entry, unsigned int exceptions)
+{
+    ++mProgress.played;
+    --mProgress.waiting;
+    mHandlerExceptions += exceptions;
+    if (entry.frame.HasError())
+        ++mErrorFrames;
 }
 
 /// False when the dispatcher goes.
@@ -309,7 +339,7 @@ bool LogReplayDispatcher::Core::AwaitDue(Lock& lock, const CandumpLine& entry)
 void LogReplayDispatcher::Core::Finish(const std::string& failure)
 {
     if (!failure.empty())
-        Poco::Logger::get(LOGGER).error("The play of a log ended: " + failure);
+        LogSafely(LOGGER, Poco::Message::PRIO_ERROR, "The play of a log ended: " + failure);
     const Lock lock(mMutex);
     mFailure = failure;
     mFinished = !mClosed;

@@ -2,13 +2,12 @@
 #define PLEXA_CAN_SRC_LOG_REPLAY_CORE_H
 
 #include "FrameHandlers.h"
-#include "ReplaySchedule.h"
 
 #include <plexa_can/CanLogReader.h>
 #include <plexa_can/CanLogWriter.h>
 #include <plexa_can/LogReplayDispatcher.h>
+#include <plexa_can/ReplaySchedule.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -36,7 +35,8 @@ public:
     bool IsFinished();
     bool WaitUntilFinished(std::chrono::milliseconds timeout);
     std::string GetFailure();
-    Counters GetCounters();
+    Progress GetProgress();
+    CanBusCounters GetCounters();
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -51,6 +51,8 @@ private:
     void Play();
     bool ReadFrame(CandumpLine& entry);
     bool Account(const CandumpLine& entry);
+    void NotePlayed(const CandumpLine& entry, unsigned int exceptions);
+    void Record(const CanMessage& frame);
     bool Rewind();
     bool PlayFrame(const CandumpLine& entry);
     bool AwaitListener(Lock& lock);
@@ -65,19 +67,22 @@ private:
     ReplaySchedule mSchedule;
     unsigned long long mRoundFrames = 0;
 
-    std::mutex mRecordMutex;
+    std::mutex mRecordMutex; ///< guards the three that follow
     std::unique_ptr<CanLogWriter> mRecord;
+    unsigned long long mSent = 0;
+    unsigned long long mSendFailures = 0;
 
     std::mutex mMutex; ///< guards what follows
     std::condition_variable mChanged;
     std::thread mThread;
-    Counters mCounters = {};
+    Progress mProgress = {};
+    unsigned long long mErrorFrames = 0; ///< among the played
+    unsigned long long mHandlerExceptions = 0;
     std::string mFailure;
     bool mListening = false;
     bool mClosed = false;
     bool mFinished = false;
 
-    std::atomic<unsigned long long> mHandlerExceptions{0};
     FrameHandlers mHandlers;
 };
 

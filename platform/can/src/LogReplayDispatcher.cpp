@@ -56,7 +56,12 @@ std::string LogReplayDispatcher::GetFailure() const
     return mCore->GetFailure();
 }
 
-LogReplayDispatcher::Counters LogReplayDispatcher::GetCounters() const
+LogReplayDispatcher::Progress LogReplayDispatcher::GetProgress() const
+{
+    return mCore->GetProgress();
+}
+
+CanBusCounters LogReplayDispatcher::GetCounters() const
 {
     return mCore->GetCounters();
 }

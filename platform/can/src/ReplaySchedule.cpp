@@ -1,4 +1,4 @@
-#include "ReplaySchedule.h"
+#include <plexa_can/ReplaySchedule.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,17 +1,15 @@
 #include "SocketCanCore.h"
 
-#include <plexa_can/CanException.h>
+#include "LogSafely.h"
 
-#include <Poco/Logger.h>
+#include <plexa_can/CanException.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cxxabi.h>
 #include <linux/can/error.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace tarn
 {
@@ -27,14 +25,16 @@ constexpr std::chrono::microseconds QUEUE_WAIT(250);
 /// CAN_ERR_CRTL_ACTIVE, which headers before Linux 4.4 lack.
 constexpr unsigned char CONTROLLER_ACTIVE = 0x40;
 
-int MakeWake(const std::string& interface)
+/// Between two looks where the system fails to wait for frames.
+constexpr std::chrono::milliseconds FAILURE_WAIT(10);
+
+int Opened(int fd, const std::string& interface, const char* call)
 {
-    const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wake < 0)
-        throw CanException("cannot open the CAN interface \"" + interface + "\": eventfd: " +
+    if (fd < 0)
+        throw CanException("cannot open the CAN interface \"" + interface + "\": " + call + ": " +
                                ErrorText(errno) + "; raise the limit of open files",
                            errno);
-    return wake;
+    return fd;
 }
 
 } // namespace
@@ -46,14 +46,19 @@ SocketCanDispatcher::Core::Core(iCanSystem& system, const std::string& interface
       mOptions(options),
       mSocket(system, interface, options),
       mLinks(system),
-      mWake(MakeWake(interface)),
-      mHandlers(LOGGER, mHandlerExceptions)
+      mWake(system, Opened(system.Event(), interface, "eventfd")),
+      mWaitSet(system, Opened(system.WaitSet(), interface, "epoll_create1")),
+      mHandlers(LOGGER)
 {
+    Watch(mSocket.Descriptor());
+    Watch(mLinks.Descriptor());
+    Watch(mWake.Get());
+    LookAtLink();
 }
 
-SocketCanDispatcher::Core::~Core()
+void SocketCanDispatcher::Core::Watch(int fd)
 {
-    ::close(mWake);
+    Opened(mSystem.Watch(mWaitSet.Get(), fd), mInterface, "epoll_ctl");
 }
 
 void SocketCanDispatcher::Core::Start(iCanMessageHandler* handler)
@@ -61,9 +66,13 @@ void SocketCanDispatcher::Core::Start(iCanMessageHandler* handler)
     const std::lock_guard<std::mutex> lock(mMutex);
     StartThread();
     const bool first = mHandlers.IsEmpty();
-    mHandlers.Add(handler);
     if (first)
-        mSocket.Listen(true);
+        ForgetWhatWaits();
+    mHandlers.Add(handler);
+    if (!first)
+        return;
+    mSocket.Listen(true);
+    Wake(); // error frames may have been missed, so the controller is looked at again
 }
 
 void SocketCanDispatcher::Core::Stop(const iCanMessageHandler* handler)
@@ -111,64 +120,128 @@ void SocketCanDispatcher::Core::StartThread()
 
 void SocketCanDispatcher::Core::SetUpThread()
 {
-    ::pthread_setname_np(::pthread_self(), mInterface.c_str());
+    mSystem.SetThreadName(mInterface); // for eyes only: a failure changes nothing
     if (mOptions.realTimePriority == 0)
         return;
     const int error = mSystem.SetRealTimePriority(static_cast<int>(mOptions.realTimePriority));
     mIsRealTime = error == 0;
     if (error != 0)
-        Poco::Logger::get(LOGGER).warning(
-            "The receive thread of " + mInterface + " has no real-time priority " +
-            std::to_string(mOptions.realTimePriority) + ": " + ErrorText(error) +
-            "; it needs CAP_SYS_NICE or a higher RLIMIT_RTPRIO");
+        LogSafely(LOGGER, Poco::Message::PRIO_WARNING,
+                  "The receive thread of " + mInterface + " has no real-time priority " +
+                      std::to_string(mOptions.realTimePriority) + ": " + ErrorText(error) +
+                      "; it needs CAP_SYS_NICE or a higher RLIMIT_RTPRIO");
 }
 
 void SocketCanDispatcher::Core::Wake()
 {
-    const unsigned long long one = 1;
-    const bool woken = ::write(mWake, &one, sizeof one) == sizeof one;
-    static_cast<void>(woken); // it fails only while a wake-up is pending already
+    // EAGAIN: so many wake-ups are pending already.
+    while (mSystem.Signal(mWake.Get()) != 0 && errno != EAGAIN)
+        mSystem.Sleep(QUEUE_WAIT);
 }
 
 void SocketCanDispatcher::Core::Run()
 {
     SetUpThread();
     LookAtLink();
-    std::array<pollfd, 3> events = {};
-    events[0] = {mSocket.Descriptor(), POLLIN, 0};
-    events[1] = {mLinks.Descriptor(), POLLIN, 0};
-    events[2] = {mWake, POLLIN, 0};
     while (!mClosed) {
-        if (mSystem.Poll(events.data(), events.size(), -1) < 0)
-            continue; // EINTR; anything else shows at the next read
-        if (events[1].revents != 0) {
+        const Events events = AwaitEvents();
+        if (events.wake)
+            mSystem.TakeSignal(mWake.Get());
+        if (events.link)
             mLinks.Drain();
+        if (events.link || events.wake)
             LookAtLink();
-        }
-        if (events[0].revents != 0)
+        if (events.frames)
             ReceiveBatch();
     }
 }
 
-void SocketCanDispatcher::Core::ReceiveBatch()
+/// Where the system cannot wait, everything is looked at now and then.
+SocketCanDispatcher::Core::Events SocketCanDispatcher::Core::AwaitEvents()
 {
-    unsigned long long oddities = 0;
-    const int error =
-        mSocket.Receive([this](const CanMessage& frame) { Deliver(frame); }, oddities);
-    mReceived += oddities;
-    mFiltered += oddities;
-    if (error == 0)
-        NoteDrops(mSocket.DropsAtLastBatch());
-    else if (error == ENETDOWN || error == ENODEV)
-        LookAtLink();
+    std::array<epoll_event, 3> happened = {};
+    const int count = mSystem.Wait(mWaitSet.Get(), happened.data(), happened.size());
+    if (count < 0 && errno == EINTR)
+        return {};
+    if (count < 0) {
+        Endure(mWaitFailure, "epoll_wait", errno);
+        return {true, true, true};
+    }
+    mWaitFailure = 0;
+    Events events;
+    for (int i = 0; i < count; ++i) {
+        const int fd = happened[static_cast<std::size_t>(i)].data.fd;
+        events.frames = events.frames || fd == mSocket.Descriptor();
+        events.link = events.link || fd == mLinks.Descriptor();
+        events.wake = events.wake || fd == mWake.Get();
+    }
+    return events;
 }
 
-void SocketCanDispatcher::Core::Deliver(const CanMessage& frame)
+/// A failure that may stay: told once, and not met again at once.
+void SocketCanDispatcher::Core::Endure(int& last, const char* call, int error)
+{
+    if (error != last)
+        LogSafely(LOGGER, Poco::Message::PRIO_ERROR,
+                  "The receive thread of " + mInterface + " tries again every " +
+                      std::to_string(FAILURE_WAIT.count()) + " ms: " + call + ": " +
+                      ErrorText(error));
+    last = error;
+    mSystem.Sleep(FAILURE_WAIT);
+}
+
+void SocketCanDispatcher::Core::ReceiveBatch()
+{
+    unsigned int generation = 0;
+    int error = 0;
+    {
+        const std::lock_guard<std::mutex> lock(mReadMutex);
+        generation = mHandlers.Generation();
+        error = mSocket.ReadBatch();
+    }
+    unsigned long long oddities = 0;
+    mSocket.TakeBatch([&](const CanMessage& frame) { Deliver(frame, generation); }, oddities);
+    mReceived += oddities;
+    mFiltered += oddities;
+    if (error == ENETDOWN || error == ENODEV)
+        LookAtLink();
+    else if (error != 0 && error != EAGAIN && error != EINTR)
+        return Endure(mReadFailure, "recvmmsg", error);
+    mReadFailure = 0;
+    NoteDrops(mSocket.DropsAtLastBatch());
+}
+
+/// What came before the first handler is for nobody: neither what lies in the socket, nor what the
+/// receive thread has in hand.
+void SocketCanDispatcher::Core::ForgetWhatWaits()
+{
+    const std::lock_guard<std::mutex> lock(mReadMutex);
+    mHandlers.BeginGeneration();
+    unsigned long long oddities = 0;
+    mSocket.Discard(
+        [this](const CanMessage& frame) {
+            ++mReceived;
+            ++mUnheard;
+            if (frame.HasError())
+                ++mErrorFrames;
+        },
+        oddities);
+    mReceived += oddities;
+    mFiltered += oddities;
+}
+
+void SocketCanDispatcher::Core::Deliver(const CanMessage& frame, unsigned int generation)
 {
     ++mReceived;
     if (frame.HasError())
         NoteErrorFrame(frame);
-    ++(mHandlers.Deliver(frame) ? mDelivered : mUnheard);
+    ++mDelivered; // ahead of the call: whoever has stopped its handler finds all it got counted
+    const FrameHandlers::Outcome outcome = mHandlers.Deliver(frame, generation);
+    mHandlerExceptions += outcome.exceptions;
+    if (outcome.calls != 0)
+        return;
+    --mDelivered;
+    ++mUnheard;
 }
 
 void SocketCanDispatcher::Core::NoteDrops(unsigned int total)
@@ -213,6 +286,8 @@ void SocketCanDispatcher::Core::LookAtLink()
         return SetState(CAN_BUS_REMOVED);
     if (!link.up)
         return SetState(CAN_BUS_DOWN);
+    if (link.controller)
+        return SetState(*link.controller);
     if (mState == CAN_BUS_DOWN || mState == CAN_BUS_REMOVED)
         SetState(CAN_BUS_ERROR_ACTIVE);
 }
@@ -233,10 +308,12 @@ void SocketCanDispatcher::Core::Announce(tCanBusState state)
         try {
             listener->OnBusState(state);
         } catch (const std::exception& exception) {
-            Poco::Logger::get(LOGGER).error(std::string("A state listener threw: ") +
-                                            exception.what());
+            LogSafely(LOGGER, Poco::Message::PRIO_ERROR,
+                      std::string("A state listener threw: ") + exception.what());
+        } catch (const abi::__forced_unwind&) {
+            throw; // the thread is being cancelled
         } catch (...) {
-            Poco::Logger::get(LOGGER).error("A state listener threw");
+            LogSafely(LOGGER, Poco::Message::PRIO_ERROR, "A state listener threw");
         }
     }
 }

@@ -24,7 +24,7 @@ class SocketCanDispatcher::Core : public std::enable_shared_from_this<SocketCanD
 {
 public:
     Core(iCanSystem& system, const std::string& interface, const Options& options);
-    ~Core();
+    ~Core() = default;
     Core(const Core&) = delete;
     Core& operator=(const Core&) = delete;
 
@@ -40,12 +40,39 @@ public:
     bool IsRealTime() const { return mIsRealTime; }
 
 private:
+    /// Closed with its owner.
+    class Descriptor
+    {
+    public:
+        Descriptor(iCanSystem& system, int fd) : mSystem(system), mFd(fd) {}
+        ~Descriptor() { mSystem.Close(mFd); }
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+
+        int Get() const { return mFd; }
+
+    private:
+        iCanSystem& mSystem;
+        const int mFd;
+    };
+
+    /// What may be there.
+    struct Events {
+        bool frames = false;
+        bool link = false;
+        bool wake = false;
+    };
+
     void StartThread();
     void Run();
     void SetUpThread();
+    void Watch(int fd);
+    Events AwaitEvents();
+    void Endure(int& last, const char* call, int error);
     void Wake();
     void ReceiveBatch();
-    void Deliver(const CanMessage& frame);
+    void Deliver(const CanMessage& frame, unsigned int generation);
+    void ForgetWhatWaits();
     void NoteErrorFrame(const CanMessage& frame);
     void NoteDrops(unsigned int total);
     void LookAtLink();
@@ -59,15 +86,21 @@ private:
     const Options mOptions;
     CanSocket mSocket;
     LinkMonitor mLinks;
-    const int mWake;
+    const Descriptor mWake;
+    const Descriptor mWaitSet;
     FrameHandlers mHandlers;
 
     std::mutex mMutex; ///< guards thread and filters, not the receiving
     std::thread mThread;
 
+    std::mutex mReadMutex; ///< held while the socket is read
+
     std::recursive_mutex mStateMutex; ///< held while listeners are called
     std::vector<iCanBusStateListener*> mListeners;
     std::atomic<tCanBusState> mState{CAN_BUS_ERROR_ACTIVE};
+
+    int mWaitFailure = 0; ///< this and the next: of the receive thread alone
+    int mReadFailure = 0;
 
     std::atomic<bool> mClosed{false};
     std::atomic<bool> mIsRealTime{false};

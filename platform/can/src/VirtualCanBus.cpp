@@ -125,6 +125,11 @@ void VirtualCanNode::Send(CanMessage& frame)
     mCore->Bus().Send(*mCore, frame);
 }
 
+CanBusCounters VirtualCanNode::GetCounters() const
+{
+    return mCore->Bus().GetCounters(*mCore);
+}
+
 void VirtualCanNode::SetBusOff(bool busOff)
 {
     mCore->Bus().SetBusOff(*mCore, busOff);

@@ -97,8 +97,9 @@ void VirtualCanBus::Core::SendAtOnce(Lock& lock, VirtualCanNode::Core& sender,
 {
     AwaitPlace(lock, sender, "the receive queue of another node",
                [&] { return ReceiversHaveRoom(&sender); });
-    ++mCounters.sent;
+    NoteSent(sender);
     PutOnBus({&sender, frame});
+    WakeReceivers(lock);
 }
 
 void VirtualCanBus::Core::SendInTurn(Lock& lock, VirtualCanNode::Core& sender,
@@ -107,7 +108,7 @@ void VirtualCanBus::Core::SendInTurn(Lock& lock, VirtualCanNode::Core& sender,
     AwaitPlace(lock, sender, "its own transmit queue",
                [&] { return sender.mOutgoing.size() < mOptions.queueSize; });
     sender.mOutgoing.push_back(frame);
-    ++mCounters.sent;
+    NoteSent(sender);
     mOutgoing.notify_one();
 }
 
@@ -116,38 +117,50 @@ void VirtualCanBus::Core::SendInline(Lock& lock, VirtualCanNode::Core& sender,
 {
     const bool insideHandler = mDraining && mDrainer == std::this_thread::get_id();
     if (insideHandler && mLine.size() >= mOptions.queueSize)
-        GiveUp("handlers have sent " + std::to_string(mOptions.queueSize) +
-               " frames while one was delivered; let them send less, or raise queueSize");
+        GiveUp(sender,
+               "handlers have sent " + std::to_string(mOptions.queueSize) +
+                   " frames while one was delivered; let them send less, or raise queueSize");
     if (!insideHandler)
         AwaitPlace(lock, sender, "the delivery of another thread's frame",
                    [&] { return !mDraining; });
     mLine.push_back({&sender, frame});
-    ++mCounters.sent;
+    NoteSent(sender);
     if (!insideHandler)
         DrainLine(lock);
 }
 
 template <typename Condition>
-void VirtualCanBus::Core::AwaitPlace(Lock& lock, const VirtualCanNode::Core& sender,
-                                     const char* what, Condition condition)
+void VirtualCanBus::Core::AwaitPlace(Lock& lock, VirtualCanNode::Core& sender, const char* what,
+                                     Condition condition)
 {
     if (condition())
         return;
+    ++sender.mCounters.sendRetries;
     if (!mChanged.wait_for(lock, std::chrono::milliseconds(mOptions.sendTimeout), condition))
-        GiveUp("the virtual CAN bus waited " + std::to_string(mOptions.sendTimeout) + " ms for " +
-               what + "; let handlers return sooner, or raise queueSize or sendTimeout");
+        GiveUp(sender, "the virtual CAN bus waited " + std::to_string(mOptions.sendTimeout) +
+                           " ms for " + what +
+                           "; let handlers return sooner, or raise queueSize or sendTimeout");
     RequireOnBus(sender);
 }
 
-void VirtualCanBus::Core::RequireOnBus(const VirtualCanNode::Core& sender)
+void VirtualCanBus::Core::RequireOnBus(VirtualCanNode::Core& sender)
 {
-    if (sender.mBusOff)
-        throw CanException("a frame was not sent: the virtual CAN node is bus-off until "
-                           "SetBusOff(false)");
+    if (!sender.mBusOff)
+        return;
+    ++sender.mCounters.sendFailures;
+    throw CanException("a frame was not sent: the virtual CAN node is bus-off until "
+                       "SetBusOff(false)");
 }
 
-void VirtualCanBus::Core::GiveUp(const std::string& why)
+void VirtualCanBus::Core::NoteSent(VirtualCanNode::Core& sender)
 {
+    ++sender.mCounters.sent;
+    ++mCounters.sent;
+}
+
+void VirtualCanBus::Core::GiveUp(VirtualCanNode::Core& sender, const std::string& why)
+{
+    ++sender.mCounters.sendFailures;
     ++mCounters.sendTimeouts;
     throw CanException("a frame was not sent: " + why);
 }
@@ -176,11 +189,13 @@ void VirtualCanBus::Core::PutTo(VirtualCanNode::Core& node, const CanMessage& fr
     if (error && !node.mBusOff)
         EnqueueError(node, CAN_ERR_BUSERROR);
     if (lost || node.mBusOff) {
+        ++node.mCounters.lost;
         ++mCounters.lost;
         return;
     }
     Enqueue(node, frame);
     if (twice) {
+        ++node.mCounters.duplicated;
         ++mCounters.duplicated;
         Enqueue(node, frame);
     }
@@ -188,14 +203,22 @@ void VirtualCanBus::Core::PutTo(VirtualCanNode::Core& node, const CanMessage& fr
 
 void VirtualCanBus::Core::Enqueue(VirtualCanNode::Core& node, const CanMessage& frame)
 {
+    ++node.mCounters.received;
+    if (frame.HasError())
+        ++node.mCounters.errorFrames;
     if (!node.mListening) {
+        ++node.mCounters.unheard;
         ++mCounters.unheard;
         return;
     }
     const std::chrono::milliseconds delay(mFaults.delay);
     const bool late = mFaults.delay != 0;
     node.mPending.push_back({frame, late ? Clock::now() + delay : Clock::time_point()});
-    if (node.mPending.size() == 1)
+    if (!IsThreaded() || node.mPending.size() != 1)
+        return;
+    if (mOptions.bitRate == 0)
+        mToWake.push_back(node.shared_from_this());
+    else // the thread of the wire must not be the last to hold a node, and with it the bus
         node.mArrived.notify_one();
 }
 
@@ -205,6 +228,15 @@ void VirtualCanBus::Core::EnqueueError(VirtualCanNode::Core& node, unsigned int 
     frame.SetTimeStamp(Now());
     ++mCounters.errorFrames;
     Enqueue(node, frame);
+}
+
+/// Releases the lock first: who wakes while it is held only finds the bus busy, and sleeps again.
+void VirtualCanBus::Core::WakeReceivers(Lock& lock)
+{
+    const auto receivers = std::exchange(mToWake, {});
+    lock.unlock();
+    for (const auto& node : receivers)
+        node->mArrived.notify_one();
 }
 
 bool VirtualCanBus::Core::ReceiversHaveRoom(const VirtualCanNode::Core* sender) const
@@ -241,6 +273,7 @@ void VirtualCanBus::Core::SetBusOff(VirtualCanNode::Core& node, bool busOff)
     node.mBusOff = busOff;
     if (!IsThreaded() && !mDraining)
         DrainLine(lock);
+    WakeReceivers(lock);
 }
 
 // Inline delivery.
@@ -334,7 +367,6 @@ VirtualCanBus::Counters VirtualCanBus::Core::GetCounters()
 {
     const Lock lock(mMutex);
     Counters counters = mCounters;
-    counters.handlerExceptions = mHandlerExceptions;
     counters.waiting += mInHand;
     counters.waitingToSend += mLine.size() + (mWireBusy ? 1 : 0);
     for (const auto& node : mNodes) {
@@ -342,6 +374,12 @@ VirtualCanBus::Counters VirtualCanBus::Core::GetCounters()
         counters.waiting += node->mPending.size();
     }
     return counters;
+}
+
+CanBusCounters VirtualCanBus::Core::GetCounters(const VirtualCanNode::Core& node)
+{
+    const Lock lock(mMutex);
+    return node.mCounters;
 }
 
 bool VirtualCanBus::Core::IsIdle() const

@@ -5,7 +5,6 @@
 
 #include <plexa_can/VirtualCanBus.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -34,6 +33,7 @@ public:
     void SetBusOff(VirtualCanNode::Core& node, bool busOff);
     void SetFaults(const Faults& faults);
     Counters GetCounters();
+    CanBusCounters GetCounters(const VirtualCanNode::Core& node);
     bool WaitUntilIdle(std::chrono::milliseconds timeout);
 
     bool IsThreaded() const { return mOptions.delivery == DELIVERY_THREADED; }
@@ -53,20 +53,22 @@ private:
     };
 
     void Disconnect(const VirtualCanNode::Core& node);
-    static void RequireOnBus(const VirtualCanNode::Core& sender);
+    static void RequireOnBus(VirtualCanNode::Core& sender);
+    void NoteSent(VirtualCanNode::Core& sender);
 
     void SendAtOnce(Lock& lock, VirtualCanNode::Core& sender, const CanMessage& frame);
     void SendInline(Lock& lock, VirtualCanNode::Core& sender, const CanMessage& frame);
     void SendInTurn(Lock& lock, VirtualCanNode::Core& sender, const CanMessage& frame);
     template <typename Condition>
-    void AwaitPlace(Lock& lock, const VirtualCanNode::Core& sender, const char* what,
+    void AwaitPlace(Lock& lock, VirtualCanNode::Core& sender, const char* what,
                     Condition condition);
-    [[noreturn]] void GiveUp(const std::string& why);
+    [[noreturn]] void GiveUp(VirtualCanNode::Core& sender, const std::string& why);
 
     void PutOnBus(const Sent& sent);
     void PutTo(VirtualCanNode::Core& node, const CanMessage& frame);
     void Enqueue(VirtualCanNode::Core& node, const CanMessage& frame);
     void EnqueueError(VirtualCanNode::Core& node, unsigned int errorClass);
+    void WakeReceivers(Lock& lock);
     bool HasFaults() const;
     bool Happens(double chance);
     bool ReceiversHaveRoom(const VirtualCanNode::Core* sender) const;
@@ -84,9 +86,9 @@ private:
     std::mutex mMutex;
     std::condition_variable mChanged; ///< places in queues, the end of an inline delivery, rest
     std::vector<std::shared_ptr<VirtualCanNode::Core>> mNodes;
+    std::vector<std::shared_ptr<VirtualCanNode::Core>> mToWake; ///< have got a first frame
     Counters mCounters = {};
     std::size_t mInHand = 0; ///< copies that nodes, also closed ones, are delivering
-    std::atomic<unsigned long long> mHandlerExceptions{0};
     Faults mFaults;
     std::mt19937_64 mRandom;
 

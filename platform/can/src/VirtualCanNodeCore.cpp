@@ -12,7 +12,7 @@ namespace tarn
 
 VirtualCanNode::Core::Core(std::shared_ptr<VirtualCanBus::Core> bus)
     : mBus(std::move(bus)),
-      mHandlers("VirtualCanBus", mBus->mHandlerExceptions)
+      mHandlers("VirtualCanBus")
 {
     mPending.reserve(mBus->CopiesAtMost());
     mTaken.reserve(mBus->CopiesAtMost());
@@ -23,6 +23,8 @@ void VirtualCanNode::Core::Start(iCanMessageHandler* handler)
     const std::lock_guard<std::mutex> lock(mBus->mMutex);
     if (mBus->IsThreaded() && !mThread.joinable())
         StartThread();
+    if (!mListening)
+        mHandlers.BeginGeneration();
     mHandlers.Add(handler);
     mListening = true;
 }
@@ -69,6 +71,7 @@ void VirtualCanNode::Core::Close()
 void VirtualCanNode::Core::DropPending()
 {
     mBus->mCounters.unheard += mPending.size();
+    mCounters.unheard += mPending.size();
     mPending.clear();
     mBus->mChanged.notify_all();
 }
@@ -85,18 +88,28 @@ void VirtualCanNode::Core::Receive()
 void VirtualCanNode::Core::DeliverPending(std::unique_lock<std::mutex>& lock)
 {
     mTaken.swap(mPending);
+    const unsigned int generation = mHandlers.Generation();
     mBus->mInHand += mTaken.size();
     mBus->mChanged.notify_all();
     for (const Copy& copy : mTaken) {
         AwaitDue(lock, copy.due);
         lock.unlock();
-        const bool heard = mHandlers.Deliver(copy.frame);
+        const FrameHandlers::Outcome outcome = mHandlers.Deliver(copy.frame, generation);
         lock.lock();
-        ++(heard ? mBus->mCounters.delivered : mBus->mCounters.unheard);
+        Account(outcome);
         --mBus->mInHand;
     }
     mTaken.clear();
     mBus->mChanged.notify_all();
+}
+
+void VirtualCanNode::Core::Account(const FrameHandlers::Outcome& outcome)
+{
+    const bool heard = outcome.calls != 0;
+    ++(heard ? mCounters.delivered : mCounters.unheard);
+    ++(heard ? mBus->mCounters.delivered : mBus->mCounters.unheard);
+    mCounters.handlerExceptions += outcome.exceptions;
+    mBus->mCounters.handlerExceptions += outcome.exceptions;
 }
 
 void VirtualCanNode::Core::AwaitDue(std::unique_lock<std::mutex>& lock, Clock::time_point due)

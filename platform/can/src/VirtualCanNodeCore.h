@@ -45,6 +45,7 @@ private:
     void DeliverPending(std::unique_lock<std::mutex>& lock);
     void AwaitDue(std::unique_lock<std::mutex>& lock, Clock::time_point due);
     void DropPending();
+    void Account(const FrameHandlers::Outcome& outcome);
 
     const std::shared_ptr<VirtualCanBus::Core> mBus;
     FrameHandlers mHandlers;
@@ -53,6 +54,7 @@ private:
     std::vector<Copy> mPending;
     std::vector<Copy> mTaken;         ///< being delivered
     std::deque<CanMessage> mOutgoing; ///< waits for its turn on a bus with a bit rate
+    CanBusCounters mCounters;
     bool mListening = false;
     bool mBusOff = false;
     bool mClosed = false;

@@ -18,6 +18,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <string>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -26,7 +27,7 @@ namespace tarn::test
 {
 
 /// A kernel with CAN, as far as a dispatcher sees it. Its sockets are pairs of local sockets, so
-/// that poll() works; the test holds the far ends. Any call can be made to fail.
+/// that epoll works; the test holds the far ends. Any call can be made to fail.
 class FakeCanSystem : public iCanSystem
 {
 public:
@@ -36,6 +37,7 @@ public:
         std::size_t size = CAN_MTU;
         timespec stamp = {};         ///< no time stamp when 0
         timespec hardwareStamp = {}; ///< none when 0
+        timespec plainStamp = {};    ///< by SO_TIMESTAMPNS; none when 0
         unsigned int drops = 0;      ///< no count when 0
         int error = 0;
     };
@@ -54,6 +56,20 @@ public:
         mFailures[call] = std::move(errors);
     }
 
+    /// The call fails from now on.
+    void FailAlways(const std::string& call, int error)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mBroken[call] = error;
+    }
+
+    /// How often the call has failed.
+    long long Failures(const std::string& call)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mFailureCounts[call];
+    }
+
     /// True once every failure that was ordered for the call has happened.
     bool AwaitNoFailures(const std::string& call)
     {
@@ -70,10 +86,8 @@ public:
 
     void Receive(const Incoming& incoming)
     {
-        {
-            const std::lock_guard<std::mutex> lock(mMutex);
-            mIncoming.push_back(incoming);
-        }
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mIncoming.push_back(incoming);
         Poke(0);
     }
 
@@ -102,6 +116,25 @@ public:
 
     int Bindings() const { return mBindings; }
 
+    /// What the kernel answers when it is asked for the link; empty for no answer.
+    void SetLinkAnswer(const std::string& answer)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mLinkAnswer = answer;
+    }
+
+    /// Descriptors that the dispatcher has open.
+    int OpenDescriptors() const { return mOpen; }
+
+    /// Milliseconds that the dispatcher has slept; each sleep counts as one.
+    long long Sleeps() const { return mNow - 1000; }
+
+    std::string ThreadName()
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mThreadName;
+    }
+
     /// As the kernel does when the interface goes.
     void ForgetOptions()
     {
@@ -122,11 +155,48 @@ public:
         int ends[2] = {};
         if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends) != 0)
             return -1;
-        mFarEnds.push_back(ends[1]);
+        ++mOpen;
+        const std::lock_guard<std::mutex> lock(mMutex);
+        if (mFarEnds.empty())
+            mCanSocket = ends[0];
+        if (mFarEnds.size() < 2)
+            mFarEnds.push_back(ends[1]);
+        else
+            mQueries[ends[0]] = ends[1];
         return ends[0];
     }
 
-    int Close(int fd) override { return ::close(fd); }
+    /// Closes even when it says that it failed, as Linux does.
+    int Close(int fd) override
+    {
+        --mOpen;
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            const auto query = mQueries.find(fd);
+            if (query != mQueries.end()) {
+                ::close(query->second);
+                mQueries.erase(query);
+            }
+        }
+        ::close(fd);
+        return Fails("close") ? -1 : 0;
+    }
+
+    int Event() override
+    {
+        if (Fails("event"))
+            return -1;
+        ++mOpen;
+        return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    }
+
+    int Signal(int event) override { return Fails("signal") ? -1 : ::eventfd_write(event, 1); }
+
+    int TakeSignal(int event) override
+    {
+        eventfd_t count = 0;
+        return ::eventfd_read(event, &count);
+    }
 
     int Bind(int, const sockaddr*, socklen_t) override
     {
@@ -158,10 +228,10 @@ public:
 
     int ReceiveBatch(int fd, mmsghdr* messages, unsigned int count) override
     {
+        const std::lock_guard<std::mutex> lock(mMutex);
         char poke = 0;
         while (::recv(fd, &poke, 1, MSG_DONTWAIT) > 0) {
         }
-        const std::lock_guard<std::mutex> lock(mMutex);
         unsigned int taken = 0;
         while (taken < count && !mIncoming.empty()) {
             const Incoming incoming = mIncoming.front();
@@ -181,11 +251,15 @@ public:
 
     ssize_t Receive(int fd, void* buffer, std::size_t size) override
     {
+        if (fd == mCanSocket)
+            return ReceiveFrame(buffer, size);
         return Fails("recv") ? -1 : ::recv(fd, buffer, size, MSG_DONTWAIT);
     }
 
-    ssize_t Send(int, const void* buffer, std::size_t size) override
+    ssize_t Send(int fd, const void* buffer, std::size_t size) override
     {
+        if (Answers(fd))
+            return static_cast<ssize_t>(size);
         if (Fails("send"))
             return -1;
         const std::lock_guard<std::mutex> lock(mMutex);
@@ -195,9 +269,25 @@ public:
         return static_cast<ssize_t>(size);
     }
 
-    int Poll(pollfd* fds, nfds_t count, int timeout) override
+    int WaitSet() override
     {
-        return Fails("poll") ? -1 : ::poll(fds, count, timeout);
+        if (Fails("wait set"))
+            return -1;
+        ++mOpen;
+        return ::epoll_create1(EPOLL_CLOEXEC);
+    }
+
+    int Watch(int waitSet, int fd) override
+    {
+        epoll_event event = {};
+        event.events = EPOLLIN;
+        event.data.fd = fd;
+        return Fails("watch") ? -1 : ::epoll_ctl(waitSet, EPOLL_CTL_ADD, fd, &event);
+    }
+
+    int Wait(int waitSet, epoll_event* events, int count) override
+    {
+        return Fails("wait") ? -1 : ::epoll_wait(waitSet, events, count, -1);
     }
 
     unsigned int InterfaceIndex(const std::string& name) override
@@ -217,6 +307,15 @@ public:
 
     std::vector<std::string> CanInterfaces() override { return mInterfaces; }
 
+    int SetThreadName(const std::string& name) override
+    {
+        if (Fails("name"))
+            return errno;
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mThreadName = name;
+        return 0;
+    }
+
     int SetRealTimePriority(int) override { return Fails("priority") ? errno : 0; }
 
     Clock::time_point Now() override { return Clock::time_point(std::chrono::milliseconds(mNow)); }
@@ -229,12 +328,40 @@ private:
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         auto& errors = mFailures[call];
-        if (errors.empty())
-            return false;
-        errno = errors.front();
-        errors.pop_front();
-        mFailed.notify_all();
+        errno = mBroken[call];
+        if (!errors.empty()) {
+            errno = errors.front();
+            errors.pop_front();
+            mFailed.notify_all();
+        }
+        mFailureCounts[call] += errno != 0 ? 1 : 0;
         return errno != 0;
+    }
+
+    /// True for a socket that asks for the link.
+    bool Answers(int fd)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        const auto query = mQueries.find(fd);
+        if (query == mQueries.end())
+            return false;
+        if (!mLinkAnswer.empty())
+            static_cast<void>(
+                ::send(query->second, mLinkAnswer.data(), mLinkAnswer.size(), MSG_DONTWAIT));
+        return true;
+    }
+
+    ssize_t ReceiveFrame(void* buffer, std::size_t size)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        if (mIncoming.empty()) {
+            errno = EAGAIN;
+            return -1;
+        }
+        const Incoming incoming = mIncoming.front();
+        mIncoming.pop_front();
+        std::memcpy(buffer, &incoming.frame, std::min(size, sizeof incoming.frame));
+        return static_cast<ssize_t>(incoming.size);
     }
 
     void Poke(std::size_t socket)
@@ -279,16 +406,25 @@ private:
             stamps.ts[2] = incoming.hardwareStamp;
             Attach(message.msg_hdr, used, SO_TIMESTAMPING, stamps);
         }
+        if (incoming.plainStamp.tv_sec != 0)
+            Attach(message.msg_hdr, used, SO_TIMESTAMPNS, incoming.plainStamp);
         message.msg_hdr.msg_controllen = used;
     }
 
     std::mutex mMutex;
     std::condition_variable mFailed;
     std::map<std::string, std::deque<int>> mFailures;
+    std::map<std::string, int> mBroken;
+    std::map<std::string, long long> mFailureCounts;
     std::deque<Incoming> mIncoming;
     std::vector<can_frame> mSent;
     std::vector<Option> mOptions;
-    std::vector<int> mFarEnds; ///< of the CAN socket, then of the netlink socket
+    int mCanSocket = -1;
+    std::vector<int> mFarEnds;   ///< of the CAN socket, then of the netlink socket
+    std::map<int, int> mQueries; ///< sockets that ask for the link, and their far ends
+    std::string mLinkAnswer;
+    std::string mThreadName;
+    std::atomic<int> mOpen{0};
     std::atomic<unsigned int> mIndex{7};
     std::atomic<bool> mUp{true};
     std::atomic<int> mBindings{0};

@@ -1,6 +1,7 @@
 #include "support/CanFakes.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryFolder.h"
+#include "support/ThrowingChannel.h"
 
 #include <plexa_can/CanException.h>
 #include <plexa_can/CanLogReader.h>
@@ -50,9 +51,9 @@ protected:
 
     static void ExpectBalance(const Replay& replay)
     {
-        const auto counters = replay->GetCounters();
-        EXPECT_EQ(counters.read, counters.delivered + counters.waiting + counters.notClassical +
-                                     counters.malformed);
+        const auto progress = replay->GetProgress();
+        EXPECT_EQ(progress.read,
+                  progress.played + progress.waiting + progress.notClassical + progress.malformed);
     }
 
     const TemporaryFolder mFolder;
@@ -78,7 +79,7 @@ TEST_F(LogReplay, WaitsForItsFirstHandler)
 {
     const Replay replay = Play(THREE);
     EXPECT_FALSE(replay->WaitUntilFinished(20));
-    EXPECT_EQ(replay->GetCounters().read, 0u);
+    EXPECT_EQ(replay->GetProgress().read, 0u);
     FrameRecorder handler;
     replay->Start(&handler);
     ASSERT_TRUE(replay->WaitUntilFinished(PATIENCE_MS));
@@ -185,7 +186,9 @@ TEST_F(LogReplay, AnExceptionOfAHandlerStopsNothing)
 {
     auto capture = Poco::AutoPtr<LogCapture>(new LogCapture);
     Poco::Logger::get("LogReplayDispatcher").setChannel(capture);
-    FrameRecorder throwing([](CanMessage& frame) {
+    Gate bothStarted;
+    FrameRecorder throwing([&](CanMessage& frame) {
+        bothStarted.Pass();
         if (frame.GetHeader() == 0x102)
             throw std::runtime_error("out of paper");
     });
@@ -193,11 +196,23 @@ TEST_F(LogReplay, AnExceptionOfAHandlerStopsNothing)
     const Replay replay = Play(THREE);
     replay->Start(&throwing);
     replay->Start(&other);
+    bothStarted.Open();
     ASSERT_TRUE(replay->WaitUntilFinished(PATIENCE_MS));
     EXPECT_EQ(throwing.Headers().size(), 3u);
     EXPECT_EQ(other.Headers().back(), 0x103u);
     EXPECT_EQ(replay->GetCounters().handlerExceptions, 1u);
     EXPECT_EQ(capture->Take(), "3 LogReplayDispatcher A frame handler threw: out of paper\n");
+}
+
+TEST_F(LogReplay, ALogThatFailsStopsNothing)
+{
+    const BrokenLog log("LogReplayDispatcher");
+    FrameRecorder throwing([](CanMessage&) { throw std::runtime_error("out of paper"); });
+    const Replay replay = Play(THREE);
+    replay->Start(&throwing);
+    ASSERT_TRUE(replay->WaitUntilFinished(PATIENCE_MS));
+    EXPECT_EQ(throwing.Headers().size(), 3u);
+    EXPECT_EQ(log.Calls(), 1);
 }
 
 TEST_F(LogReplay, CountsWhatIsNotPlayed)
@@ -206,13 +221,12 @@ TEST_F(LogReplay, CountsWhatIsNotPlayed)
     const Replay replay = Play("# remark\n123#\nrubbish\n123##1AA\n20000004#00\n456#R\n");
     replay->Start(&handler);
     ASSERT_TRUE(replay->WaitUntilFinished(PATIENCE_MS));
-    const auto counters = replay->GetCounters();
-    EXPECT_EQ(counters.read, 5u);
-    EXPECT_EQ(counters.delivered, 3u);
-    EXPECT_EQ(counters.waiting, 0u);
-    EXPECT_EQ(counters.notClassical, 1u);
-    EXPECT_EQ(counters.malformed, 1u);
-    EXPECT_EQ(counters.sent, 0u);
+    const auto progress = replay->GetProgress();
+    EXPECT_EQ(progress.read, 5u);
+    EXPECT_EQ(progress.played, 3u);
+    EXPECT_EQ(progress.waiting, 0u);
+    EXPECT_EQ(progress.notClassical, 1u);
+    EXPECT_EQ(progress.malformed, 1u);
     EXPECT_TRUE(handler.Frames()[1].HasError());
 }
 
@@ -251,6 +265,11 @@ TEST_F(LogReplay, SaysWhyALogCouldNotBeReadToItsEnd)
     ASSERT_TRUE(replay->WaitUntilFinished(PATIENCE_MS));
     EXPECT_THAT(replay->GetFailure(), HasSubstr("damaged pcap file, behind packet 0: truncated"));
     EXPECT_THAT(capture->Take(), HasSubstr("The play of a log ended: "));
+    const BrokenLog broken("LogReplayDispatcher");
+    const Replay again = Play(log);
+    again->Start(&handler);
+    EXPECT_TRUE(again->WaitUntilFinished(PATIENCE_MS)) << "a broken log ends no process";
+    EXPECT_EQ(broken.Calls(), 1);
 }
 
 TEST_F(LogReplay, RecordsWhatIsSent)

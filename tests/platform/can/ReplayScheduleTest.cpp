@@ -1,4 +1,4 @@
-#include "can/src/ReplaySchedule.h"
+#include <plexa_can/ReplaySchedule.h>
 
 #include <gtest/gtest.h>
 

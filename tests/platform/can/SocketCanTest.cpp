@@ -1,6 +1,10 @@
 #include "FakeCanSystem.h"
+#include "LinkAnswer.h"
 #include "SocketCanCore.h"
 #include "support/CanFakes.h"
+#include "support/LedgerText.h"
+#include "support/LogCapture.h"
+#include "support/ThrowingChannel.h"
 
 #include <plexa_can/CanException.h>
 #include <plexa_can/SocketCanDispatcher.h>
@@ -157,7 +161,52 @@ TEST_F(SocketCan, EveryStepOfOpeningSaysWhatFailed)
     EXPECT_THAT(OpenFailure(), HasSubstr("SO_RXQ_OVFL"));
     mSystem.FailNext("socket", {0, EACCES});
     EXPECT_THAT(OpenFailure(), HasSubstr("cannot watch network interfaces (netlink): Permission"));
+    mSystem.FailNext("event", {EMFILE});
+    EXPECT_THAT(OpenFailure(),
+                HasSubstr("\"can0\": eventfd: Too many open files; raise the limit"));
+    mSystem.FailNext("wait set", {EMFILE});
+    EXPECT_THAT(OpenFailure(), HasSubstr("\"can0\": epoll_create1: Too many open files"));
+    mSystem.FailNext("watch", {0, ENOSPC});
+    EXPECT_THAT(OpenFailure(), HasSubstr("\"can0\": epoll_ctl: No space left on device"));
+    EXPECT_EQ(mSystem.OpenDescriptors(), 0) << "a failure leaves nothing open";
     EXPECT_EQ(OpenFailure(), "opened");
+}
+
+TEST_F(SocketCan, ClosesAllItHasOpenedEvenWhereClosingFails)
+{
+    OpenAndStart();
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    ASSERT_TRUE(mFrames.AwaitCount(1)); // the thread has looked at the link, on a socket of its own
+    EXPECT_EQ(mSystem.OpenDescriptors(), 4);
+    mSystem.FailNext("close", {EINTR, EIO, EBADF});
+    mCore->Close();
+    mCore.reset();
+    EXPECT_EQ(mSystem.OpenDescriptors(), 0);
+}
+
+TEST_F(SocketCan, NamesItsThreadAfterTheInterface)
+{
+    OpenAndStart();
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    ASSERT_TRUE(mFrames.AwaitCount(1));
+    EXPECT_EQ(mSystem.ThreadName(), "can0");
+}
+
+TEST_F(SocketCan, DoesWithoutTheNameOfItsThread)
+{
+    mSystem.FailNext("name", {EPERM});
+    OpenAndStart();
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    EXPECT_TRUE(mFrames.AwaitCount(1));
+    EXPECT_EQ(mSystem.ThreadName(), "");
+}
+
+TEST_F(SocketCan, EndsEvenWhereTheWakeUpFailsAtFirst)
+{
+    OpenAndStart();
+    mSystem.FailNext("signal", {EINTR, EIO});
+    mCore->Close(); // would never return
+    EXPECT_TRUE(mSystem.AwaitNoFailures("signal"));
 }
 
 TEST_F(SocketCan, AnInterfaceThatIsDownIsToldHowToSetUp)
@@ -195,6 +244,38 @@ TEST_F(SocketCan, DeliversFramesWithTheirFlagsAndTheKernelsTime)
     EXPECT_EQ(frames[2].ToString(), "123#0102");
     EXPECT_EQ(frames[2].GetTimeStamp(), 0u);
     EXPECT_EQ(frames[3].ToString(), "00000005#R");
+}
+
+TEST_F(SocketCan, AsksForTheTimeOfTheHardwareAndOfTheKernel)
+{
+    Open();
+    // SOF_TIMESTAMPING_RX_HARDWARE 4, _RX_SOFTWARE 8, _SOFTWARE 0x10, _RAW_HARDWARE 0x40
+    const int all = 0x5C;
+    EXPECT_EQ(mSystem.OptionValue(SOL_SOCKET, SO_TIMESTAMPING),
+              std::string(reinterpret_cast<const char*>(&all), sizeof all));
+    EXPECT_EQ(mSystem.OptionValue(SOL_SOCKET, SO_TIMESTAMPNS), "unset");
+}
+
+TEST_F(SocketCan, TakesTheKernelsTimeWhereThatOfTheHardwareIsRefused)
+{
+    mSystem.FailNext("option " + std::to_string(SO_TIMESTAMPING), {EINVAL});
+    OpenAndStart();
+    EXPECT_NE(mSystem.OptionValue(SOL_SOCKET, SO_TIMESTAMPNS), "unset");
+    Incoming stamped = FrameOf(CAN_EFF_FLAG | 1);
+    stamped.plainStamp = {1609779922, 655421001};
+    mSystem.Receive(stamped);
+    ASSERT_TRUE(mFrames.AwaitCount(1));
+    EXPECT_EQ(mFrames.Frames()[0].GetTimeStamp(), 1609779922655421001ull);
+}
+
+TEST_F(SocketCan, DoesWithoutTimeWhereTheKernelTellsNone)
+{
+    mSystem.FailNext("option " + std::to_string(SO_TIMESTAMPING), {EINVAL});
+    mSystem.FailNext("option " + std::to_string(SO_TIMESTAMPNS), {ENOPROTOOPT});
+    OpenAndStart();
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    ASSERT_TRUE(mFrames.AwaitCount(1));
+    EXPECT_EQ(mFrames.Frames()[0].GetTimeStamp(), 0u);
 }
 
 TEST_F(SocketCan, AsksForExtendedFramesAndErrorsOnlyWhileSomebodyListens)
@@ -242,13 +323,72 @@ TEST_F(SocketCan, AFrameThatClaimsMoreThanEightBytesIsCutToEight)
 
 TEST_F(SocketCan, GoesOnAfterInterruptionsAndErrors)
 {
-    mSystem.FailNext("poll", {EINTR, EINTR});
+    mSystem.FailNext("wait", {EINTR, EINTR});
     OpenAndStart();
     for (const int error : {EINTR, EAGAIN, ENOBUFS, ENETDOWN, ENODEV, EIO})
         mSystem.Receive(Error(error));
     mSystem.Receive(FrameOf(CAN_EFF_FLAG | 9));
     ASSERT_TRUE(mFrames.AwaitCount(1));
     EXPECT_EQ(mCore->GetBusState(), CAN_BUS_ERROR_ACTIVE);
+}
+
+TEST_F(SocketCan, ReceivesOnWhereTheSystemFailsToWaitAndNeitherSpinsNorFillsTheLog)
+{
+    Poco::AutoPtr<LogCapture> capture(new LogCapture);
+    Poco::Logger::get("SocketCanDispatcher").setChannel(capture);
+    mSystem.FailAlways("wait", ENOMEM);
+    OpenAndStart();
+    mCore->AddStateListener(&mStates);
+    for (unsigned int count = 1; count <= 3; ++count) {
+        mSystem.Receive(FrameOf(CAN_EFF_FLAG | 9));
+        ASSERT_TRUE(mFrames.AwaitCount(count));
+    }
+    mSystem.SetLink(7, false);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_DOWN}));
+    mCore->Close();
+    EXPECT_EQ(mSystem.Sleeps(), mSystem.Failures("wait"));
+    EXPECT_EQ(capture->Take(), "3 SocketCanDispatcher The receive thread of can0 tries again every "
+                               "10 ms: epoll_wait: Cannot allocate memory\n");
+    Poco::Logger::get("SocketCanDispatcher").setChannel(nullptr);
+}
+
+TEST_F(SocketCan, AFailureToReadThatStaysIsToldOnceAndSleptOver)
+{
+    Poco::AutoPtr<LogCapture> capture(new LogCapture);
+    Poco::Logger::get("SocketCanDispatcher").setChannel(capture);
+    OpenAndStart();
+    for (int i = 0; i < 50; ++i)
+        mSystem.Receive(Error(EIO));
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 9));
+    ASSERT_TRUE(mFrames.AwaitCount(1));
+    mCore->Close();
+    EXPECT_EQ(mSystem.Sleeps(), 50);
+    EXPECT_EQ(capture->Take(), "3 SocketCanDispatcher The receive thread of can0 tries again every "
+                               "10 ms: recvmmsg: Input/output error\n");
+    Poco::Logger::get("SocketCanDispatcher").setChannel(nullptr);
+}
+
+TEST_F(SocketCan, ALogThatFailsStopsNothing)
+{
+    SocketCanDispatcher::Options options;
+    options.realTimePriority = 50;
+    mSystem.FailNext("priority", {EPERM});
+    mSystem.FailNext("wait", {ENOMEM});
+    const BrokenLog log("SocketCanDispatcher");
+    FrameRecorder throwing([](CanMessage&) { throw std::runtime_error("handler"); });
+    mStates.mThrows = true;
+    Open(options);
+    mCore->AddStateListener(&mStates);
+    mCore->Start(&throwing);
+    mCore->Start(&mFrames);
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    EXPECT_TRUE(mFrames.AwaitCount(1));
+    mSystem.SetLink(7, false);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_DOWN}));
+    mSystem.SetLink(7, true);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_DOWN, CAN_BUS_ERROR_ACTIVE}));
+    mCore->Close(); // the receive thread has done its accounts then
+    EXPECT_EQ(log.Calls(), 5) << "priority, poll, handler, and the listener twice";
 }
 
 TEST_F(SocketCan, AddsUpTheKernelsDropsAcrossTheWrapOfItsCounter)
@@ -294,6 +434,72 @@ TEST_F(SocketCan, AnExceptionOfAHandlerStopsNothing)
     ASSERT_TRUE(mFrames.AwaitCount(2));
     mCore->Close(); // the receive thread has done its accounts then
     EXPECT_EQ(mCore->GetCounters().handlerExceptions, 2u);
+}
+
+TEST_F(SocketCan, WhatAHandlerHasGotIsCounted)
+{
+    std::string ledger;
+    FrameRecorder reader([&](CanMessage&) { ledger = LedgerText(mCore->GetCounters()); });
+    OpenAndStart();
+    mCore->Stop(&mFrames);
+    mCore->Start(&reader);
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    ASSERT_TRUE(reader.AwaitCount(1));
+    mCore->Stop(&reader);
+    EXPECT_EQ(ledger, "received 1, delivered 1");
+    EXPECT_EQ(LedgerText(mCore->GetCounters()), "received 1, delivered 1");
+}
+
+TEST_F(SocketCan, WhatCameBeforeAHandlerIsForNobody)
+{
+    Incoming flexible = FrameOf(CAN_EFF_FLAG | 2);
+    flexible.size = CANFD_MTU;
+    Gate entered;
+    Gate leave;
+    Open();
+    FrameRecorder slow([&](CanMessage&) {
+        entered.Open();
+        leave.Pass();
+        mCore->Stop(&slow);
+        mCore->Start(&mFrames);
+        mSystem.Receive(FrameOf(CAN_EFF_FLAG | 100));
+    });
+    mCore->Start(&slow);
+    for (unsigned int header = 1; header <= 40; ++header) // more than a batch
+        mSystem.Receive(FrameOf(CAN_EFF_FLAG | header));
+    mSystem.Receive(FrameOf(CAN_ERR_FLAG | CAN_ERR_ACK));
+    mSystem.Receive(flexible);
+    ASSERT_TRUE(entered.Pass());
+    leave.Open();
+    ASSERT_TRUE(mFrames.AwaitCount(1));
+    mCore->Close(); // the receive thread has done its accounts then
+    EXPECT_THAT(mFrames.Headers(), ElementsAre(100u));
+    EXPECT_EQ(LedgerText(mCore->GetCounters()),
+              "received 43, delivered 2, unheard 40, filtered 1, errorFrames 1");
+}
+
+TEST_F(SocketCan, AccountsForEveryFrame)
+{
+    SocketCanDispatcher::Options options;
+    options.sendTimeout = 1;
+    OpenAndStart(options);
+    FrameRecorder throwing([](CanMessage&) { throw std::runtime_error("handler"); });
+    mCore->Start(&throwing);
+    Incoming flexible = FrameOf(CAN_EFF_FLAG | 1);
+    flexible.size = CANFD_MTU;
+    Incoming last = FrameOf(CAN_EFF_FLAG | 2);
+    last.drops = 7;
+    mSystem.Receive(flexible);
+    mSystem.Receive(FrameOf(CAN_ERR_FLAG | CAN_ERR_ACK));
+    mSystem.Receive(last);
+    ASSERT_TRUE(throwing.AwaitCount(2));
+    mSystem.FailNext("send", {ENOBUFS, 0, ENETDOWN});
+    EXPECT_EQ(SendFailure(), "sent");
+    EXPECT_NE(SendFailure(), "sent");
+    mCore->Close(); // the receive thread has done its accounts then
+    EXPECT_EQ(LedgerText(mCore->GetCounters()),
+              "received 3, delivered 2, filtered 1, errorFrames 1, droppedByKernel 7, "
+              "handlerExceptions 2, sent 1, sendRetries 1, sendFailures 1");
 }
 
 TEST(SocketCanLife, MayEndFromInsideItsOwnHandler)
@@ -453,6 +659,46 @@ TEST_F(SocketCan, AListenerThatThrowsStopsNothing)
     mSystem.SetLink(7, true);
     EXPECT_TRUE(mStates.Await({CAN_BUS_DOWN, CAN_BUS_ERROR_ACTIVE}));
     mCore->RemoveStateListener(&mStates);
+}
+
+TEST_F(SocketCan, KnowsTheStateOfAControllerThatIsInTroubleAlready)
+{
+    mSystem.SetLinkAnswer(LinkAnswer('\2'));
+    OpenAndStart();
+    EXPECT_EQ(mCore->GetBusState(), CAN_BUS_ERROR_PASSIVE);
+    mCore->AddStateListener(&mStates);
+    mSystem.SetLinkAnswer(LinkAnswer('\3'));
+    mSystem.SetLink(7, true);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_OFF})) << "told by netlink alone";
+    mSystem.Receive(FrameOf(CAN_ERR_FLAG | CAN_ERR_RESTARTED));
+    EXPECT_TRUE(mStates.Await({CAN_BUS_OFF, CAN_BUS_ERROR_ACTIVE}));
+    mSystem.SetLink(7, false);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_OFF, CAN_BUS_ERROR_ACTIVE, CAN_BUS_DOWN}));
+    mCore->RemoveStateListener(&mStates);
+}
+
+TEST_F(SocketCan, LooksAtTheControllerAgainWhenAHandlerComesBack)
+{
+    mSystem.SetLinkAnswer(LinkAnswer('\0'));
+    OpenAndStart();
+    mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
+    ASSERT_TRUE(mFrames.AwaitCount(1));
+    mCore->AddStateListener(&mStates);
+    mCore->Stop(&mFrames);
+    mSystem.SetLinkAnswer(LinkAnswer('\1'));
+    mCore->Start(&mFrames);
+    EXPECT_TRUE(mStates.Await({CAN_BUS_ERROR_WARNING}));
+    mCore->RemoveStateListener(&mStates);
+}
+
+TEST_F(SocketCan, TakesTheControllerForActiveWhereItCannotAsk)
+{
+    mSystem.SetLinkAnswer(LinkAnswer('\3'));
+    mSystem.FailNext("socket", {0, 0, EMFILE});
+    Open();
+    mSystem.FailNext("socket", {EMFILE});
+    EXPECT_EQ(mCore->GetBusState(), CAN_BUS_ERROR_ACTIVE);
+    EXPECT_EQ(mCore->GetBusState(), CAN_BUS_OFF);
 }
 
 TEST_F(SocketCan, TellsTheStateWithoutAReceiveThreadToo)

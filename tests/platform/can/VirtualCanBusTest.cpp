@@ -1,5 +1,6 @@
 #include "support/CanFakes.h"
 #include "support/LogCapture.h"
+#include "support/ThrowingChannel.h"
 
 #include <plexa_can/CanException.h>
 #include <plexa_can/VirtualCanBus.h>
@@ -184,6 +185,20 @@ TEST_P(VirtualCan, LogsWhatAHandlerThrewEachTextOnceASecond)
     EXPECT_EQ(lines, "3 VirtualCanBus A frame handler threw: broken pump\n"
                      "3 VirtualCanBus A frame handler threw: broken valve\n");
     Poco::Logger::get("VirtualCanBus").setChannel(nullptr);
+}
+
+TEST_P(VirtualCan, ALogThatFailsStopsNothing)
+{
+    const BrokenLog log("VirtualCanBus");
+    const Node a = mBus->Connect();
+    const Node b = mBus->Connect();
+    FrameRecorder throwing([](CanMessage&) { throw std::runtime_error("broken pump"); });
+    b->Start(&throwing);
+    Send(a, 1);
+    Send(a, 2);
+    ASSERT_TRUE(mBus->WaitUntilIdle(PATIENCE_MS));
+    EXPECT_THAT(throwing.Headers(), ElementsAre(1u, 2u));
+    EXPECT_EQ(log.Calls(), 1);
 }
 
 TEST_P(VirtualCan, AHandlerMayStopItselfAndOthersAndStartAnother)

@@ -2,7 +2,7 @@
 #define PLEXA_CAN_CAN_BUS_H
 
 #include <plexa_can/Export.h>
-#include <plexa_can/iCanAsyncDispatcher.h>
+#include <plexa_can/iCanBus.h>
 
 #include <string>
 #include <tr1/memory>
@@ -31,7 +31,7 @@ public:
     /// Opens a bus, or one more connection to it.
     /// @throws CanException for a name, scheme, key or value that is unknown, with a message that
     ///     lists the known ones; and when the bus cannot be opened
-    static std::tr1::shared_ptr<iCanAsyncDispatcher> Open(const std::string& name);
+    static std::tr1::shared_ptr<iCanBus> Open(const std::string& name);
 };
 
 } // namespace tarn

@@ -29,7 +29,7 @@ public:
     };
 
     /// An empty data frame with an 11-bit identifier of 0.
-    CanMessage();
+    CanMessage() : mHeader(0), mFlags(0), mTimeStamp(0), mData(), mDataSize(0) {}
 
     /// The identifier word as it was set: the identifier in its low 29 (or 11) bits. The bits above
     /// are carried along and mean nothing on the bus.

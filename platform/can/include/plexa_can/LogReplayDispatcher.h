@@ -2,7 +2,7 @@
 #define PLEXA_CAN_LOG_REPLAY_DISPATCHER_H
 
 #include <plexa_can/Export.h>
-#include <plexa_can/iCanAsyncDispatcher.h>
+#include <plexa_can/iCanBus.h>
 
 #include <memory>
 #include <string>
@@ -21,7 +21,7 @@ namespace tarn
 /// An exception that leaves a handler is caught, counted and logged to the logger
 /// "LogReplayDispatcher"; other handlers and later frames still arrive. All operations may be
 /// called from any thread.
-class PLEXA_CAN_API LogReplayDispatcher : public iCanAsyncDispatcher
+class PLEXA_CAN_API LogReplayDispatcher : public iCanBus
 {
 public:
     struct Options {
@@ -36,15 +36,15 @@ public:
         std::string recordPath;
     };
 
-    /// At any moment  read = delivered + waiting + notClassical + malformed
-    struct Counters {
-        unsigned long long read;              ///< lines or packets of the log, without comments
-        unsigned long long delivered;         ///< of these: frames that handlers have got
-        unsigned long long waiting;           ///< of these: the frame that is next, 0 or 1
-        unsigned long long notClassical;      ///< of these: CAN FD frames
-        unsigned long long malformed;         ///< of these: damaged lines and packets
-        unsigned long long handlerExceptions; ///< exceptions that left a handler
-        unsigned long long sent;              ///< frames that Send() recorded
+    /// How far the log was read, all rounds of a loop together. At any moment
+    ///
+    ///     read = played + waiting + notClassical + malformed
+    struct Progress {
+        unsigned long long read;         ///< lines or packets of the log, without comments
+        unsigned long long played;       ///< of these: frames that handlers have got
+        unsigned long long waiting;      ///< of these: the frame that is next, 0 or 1
+        unsigned long long notClassical; ///< of these: CAN FD frames
+        unsigned long long malformed;    ///< of these: damaged lines and packets
     };
 
     /// Opens the log. That of a FIFO waits until somebody writes to it.
@@ -81,7 +81,9 @@ public:
     /// Why the log could not be read to its end; empty when it could or still may.
     std::string GetFailure() const;
 
-    Counters GetCounters() const;
+    Progress GetProgress() const;
+
+    CanBusCounters GetCounters() const override;
 
 private:
     class Core;

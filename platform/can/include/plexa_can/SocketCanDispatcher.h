@@ -37,10 +37,10 @@ public:
 /// A CAN interface of the Linux kernel (SocketCAN, see Documentation/networking/can.rst there).
 ///
 /// Start() of the first handler starts a receive thread, named after the interface. It reads frames
-/// in batches, with the kernel's time stamps, and delivers them to all handlers. Error frames of
-/// the controller are delivered too, as frames with FLAG_ERROR. An exception that leaves a handler
-/// is caught, counted, and logged to the logger "SocketCanDispatcher", each text at most once a
-/// second.
+/// in batches and delivers them to all handlers. Time stamps are those of the controller where it
+/// gives any, by its own clock, else the kernel's. Error frames of the controller are delivered
+/// too, as frames with FLAG_ERROR. An exception that leaves a handler is caught, counted, and
+/// logged to the logger "SocketCanDispatcher", each text at most once a second.
 ///
 /// When the interface goes down, Send() throws at once; when it comes up again, receiving goes on
 /// by itself. When it is removed, nothing more is received and Send() throws; an interface that is
@@ -61,7 +61,8 @@ public:
     struct Options {
         /// What the kernel hands over. Empty: every frame with a 29-bit identifier, no others.
         std::vector<Filter> filters;
-        /// Whether error frames are received. Without them the bus state knows of up and down only.
+        /// Whether error frames are received. Without them the bus state is what the kernel says
+        /// when the interface is opened or changes, and when the first handler is started.
         bool errorFrames = true;
         /// Bytes of the socket's receive buffer; 0: the system's default. Beyond the system's limit
         /// (net.core.rmem_max) only root gets what it asks for.
@@ -104,6 +105,8 @@ public:
 
     CanBusCounters GetCounters() const override;
 
+    /// The state of the controller comes from the kernel when the interface is opened, which vcan
+    /// has none for, and then from error frames and changes of the interface.
     tCanBusState GetBusState() const;
 
     /// The listener is not owned and must stay alive until it is removed. Removing blocks while a

@@ -2,7 +2,7 @@
 #define PLEXA_CAN_VIRTUAL_CAN_BUS_H
 
 #include <plexa_can/Export.h>
-#include <plexa_can/iCanAsyncDispatcher.h>
+#include <plexa_can/iCanBus.h>
 
 #include <cstddef>
 #include <memory>
@@ -61,8 +61,8 @@ public:
         unsigned long long seed = 1;
     };
 
-    /// What has happened on the bus since it was made. A copy is one frame for one receiving node.
-    /// At any quiet moment
+    /// What has happened on the whole bus since it was made, nodes that are gone included; a node
+    /// itself tells its own part. A copy is one frame for one receiving node. At any quiet moment
     ///
     ///     sent   = onBus + waitingToSend + unsent
     ///     copies + duplicated + errorFrames = delivered + waiting + lost + unheard
@@ -123,7 +123,7 @@ private:
 /// An exception that leaves a handler is caught, counted and logged to the logger "VirtualCanBus";
 /// other handlers and later frames still arrive. Frames that come while no handler is there are
 /// counted as unheard.
-class PLEXA_CAN_API VirtualCanNode : public iCanAsyncDispatcher
+class PLEXA_CAN_API VirtualCanNode : public iCanBus
 {
 public:
     /// Stops all handlers as Stop() does.
@@ -143,6 +143,8 @@ public:
     /// to
     ///     nobody then.
     void Send(CanMessage& frame) override;
+
+    CanBusCounters GetCounters() const override;
 
     /// Takes the node off the bus, or back on. A node that is bus-off gets one error frame
     /// (CAN_ERR_BUSOFF) and then no more frames, and its Send() throws.

@@ -1,7 +1,8 @@
-#ifndef PLEXA_CAN_SRC_REPLAY_SCHEDULE_H
-#define PLEXA_CAN_SRC_REPLAY_SCHEDULE_H
+#ifndef PLEXA_CAN_REPLAY_SCHEDULE_H
+#define PLEXA_CAN_REPLAY_SCHEDULE_H
 
 #include <plexa_can/CandumpLine.h>
+#include <plexa_can/Export.h>
 
 #include <chrono>
 
@@ -9,13 +10,13 @@ namespace tarn
 {
 
 /// Turns the time stamps of a log into times at which its frames are due. All count from one
-/// beginning, so that no delay adds up.
-class ReplaySchedule
+/// beginning, so that no delay adds up. For one thread at a time; never blocks and never throws.
+class PLEXA_CAN_API ReplaySchedule
 {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    /// @param speed 2 plays twice as fast; infinity makes every frame due at once
+    /// @param speed above 0: 2 plays twice as fast; infinity makes every frame due at once
     explicit ReplaySchedule(double speed) : mSpeed(speed) {}
 
     /// When the frame is due. The first one is due now, and so is one without a time stamp. Where
