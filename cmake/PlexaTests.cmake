@@ -3,12 +3,29 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+if(PLEXA_PRECOMPILE)
+  file(WRITE ${PROJECT_BINARY_DIR}/test_headers.cpp "")
+  add_library(plexa_test_headers OBJECT ${PROJECT_BINARY_DIR}/test_headers.cpp)
+  target_link_libraries(plexa_test_headers PRIVATE Poco::Foundation GTest::gmock plexa_build_options)
+  target_precompile_headers(plexa_test_headers PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h> <Poco/Exception.h> <Poco/Mutex.h>
+    <chrono> <functional> <memory> <string> <thread> <vector>)
+endif()
+
+# plexa_link_test(NAME TARGET...): what every GoogleTest program of this project is built with.
+function(plexa_link_test name)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE ${ARGN} GTest::gmock GTest::gtest_main plexa_build_options)
+  if(PLEXA_PRECOMPILE)
+    target_link_libraries(${name} PRIVATE Poco::Foundation) # for its definitions, which have to be the same
+    target_precompile_headers(${name} REUSE_FROM plexa_test_headers)
+  endif()
+endfunction()
+
 function(plexa_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-  target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest_main
-    plexa_build_options)
+  plexa_link_test(${name} ${ARG_LINK})
   set(properties "")
   foreach(property IN ITEMS LABELS ENVIRONMENT)
     if(ARG_${property})
@@ -31,9 +48,7 @@ function(plexa_add_can_kernel_test name)
   cmake_parse_arguments(ARG "STEADY" "" "SOURCES;LINK;COMMAND" ${ARGN})
   if(ARG_SOURCES)
     add_executable(${name} ${ARG_SOURCES})
-    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-    target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest_main
-      plexa_build_options)
+    plexa_link_test(${name} ${ARG_LINK})
     set(ARG_COMMAND $<TARGET_FILE:${name}>)
   endif()
   if(ARG_STEADY)
