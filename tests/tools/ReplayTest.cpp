@@ -84,6 +84,17 @@ TEST_F(Replay, LeavesOutInterfacesThatHaveNoBus)
     EXPECT_THAT(replay.err, StartsWith("tarn replay: 2 sent, 2 of other interfaces; "));
 }
 
+TEST_F(Replay, TakesFilesBehindAMap)
+{
+    Log(MIXED);
+    Partner partner("replay-files");
+    VerbRun replay(
+        {"replay", "--speed", "max", "--map", "can1=virtual:replay-files", mLog, mLog});
+    EXPECT_EQ(replay.Wait(), 0) << replay.err;
+    partner.GetBus().WaitUntilIdle(20000);
+    EXPECT_EQ(partner.Heard(), " 00000002# 00000004# 00000002# 00000004#");
+}
+
 TEST_F(Replay, CountsWhatCannotBeSent)
 {
     Log("(1.0) can0 20000040#0000000000000000\n(1.0) can0 123#R\n(1.0) can0 123##1112233\n"

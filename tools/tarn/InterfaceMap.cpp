@@ -22,6 +22,7 @@ void InterfaceMap::AddOptions(CLI::App& verb)
             "Frames of an interface of the log go to this bus, instead of\n"
             "--bus: can0=can1. May be given again; without --bus, frames of\n"
             "other interfaces are left out")
+        ->allow_extra_args(false) // what follows the pair are files
         ->type_name("FROM=BUS")
         ->group("Bus");
 }

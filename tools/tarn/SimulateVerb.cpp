@@ -72,7 +72,8 @@ public:
                         "Only these devices, by name or address. Default: all that are not\n"
                         "\"simulated\": false")
             ->type_name("LIST")
-            ->delimiter(',');
+            ->delimiter(',')
+            ->allow_extra_args(false);
         AddDuration(mOptions, "--duration", mDuration, "Ends after this time: 500ms, 10s, 5min");
         mOptions.add_flag("--check", mCheck, "Only checks the file");
         mOptions.add_flag("-q,--quiet", mQuiet, "Does not tell what it does and did");
