@@ -88,8 +88,7 @@ TEST_F(Replay, TakesFilesBehindAMap)
 {
     Log(MIXED);
     Partner partner("replay-files");
-    VerbRun replay(
-        {"replay", "--speed", "max", "--map", "can1=virtual:replay-files", mLog, mLog});
+    VerbRun replay({"replay", "--speed", "max", "--map", "can1=virtual:replay-files", mLog, mLog});
     EXPECT_EQ(replay.Wait(), 0) << replay.err;
     partner.GetBus().WaitUntilIdle(20000);
     EXPECT_EQ(partner.Heard(), " 00000002# 00000004# 00000002# 00000004#");
