@@ -18,22 +18,30 @@ endif()
 
 set(PLEXA_EXPORTS_MAP "${CMAKE_CURRENT_LIST_DIR}/exports.map")
 
-# plexa_add_library(NAME SOURCES...): the shared library libplexa_NAME.so.1, known to others as
-# plexa::NAME. Only what an export macro names is visible outside it.
+# plexa_add_library(NAME SOURCES...): the library libplexa_NAME.so.1 or libplexa_NAME.a, known to others as
+# plexa::NAME. Only what an export macro names is visible outside a shared one.
 function(plexa_add_library name)
   set(target plexa_${name})
-  add_library(${target} SHARED ${ARGN})
+  if(PLEXA_BUILD_SHARED)
+    add_library(${target} SHARED ${ARGN})
+  else()
+    add_library(${target} STATIC ${ARGN})
+  endif()
   add_library(plexa::${name} ALIAS ${target})
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${name}
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS "${PLEXA_EXPORTS_MAP}")
   # Nobody replaces a function of these libraries by one of the same name: calls inside them go the direct way.
   target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-plt)
   target_link_options(${target} PRIVATE "LINKER:--version-script=${PLEXA_EXPORTS_MAP},-Bsymbolic-functions")
-  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:plexa_build_options>)
+  # By their properties: a link to them would have to be exported.
+  target_compile_features(${target} PRIVATE cxx_std_17)
+  target_compile_options(${target} PRIVATE $<TARGET_PROPERTY:plexa_build_options,INTERFACE_COMPILE_OPTIONS>)
+  target_link_options(${target} PRIVATE $<TARGET_PROPERTY:plexa_build_options,INTERFACE_LINK_OPTIONS>)
 endfunction()

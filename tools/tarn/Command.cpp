@@ -13,6 +13,7 @@
 #include "SimulateVerb.h"
 
 #include <plexa_can/CanException.h>
+#include <tarn/Version.h>
 
 #include <CLI/CLI.hpp>
 
