@@ -46,6 +46,22 @@ def columns(capture, fields, *options, environment=None):
     return rows
 
 
+class Real(float):
+    """A number that knows how it was written."""
+
+    def __new__(cls, text):
+        number = super().__new__(cls, text)
+        number.text = text
+        return number
+
+    def __str__(self):
+        return self.text
+
+
+def whole_or_minus_zero(text):
+    return Real(text) if text == "-0" else int(text)
+
+
 def decode(capture, *options):
     """The objects that the command prints of the Tarn messages."""
     done = subprocess.run(
@@ -53,4 +69,5 @@ def decode(capture, *options):
     )
     if done.returncode != 0:
         raise Failed(f"tarn decode: exit status {done.returncode}: {done.stderr.decode()}")
-    return [json.loads(line) for line in done.stdout.decode().splitlines()]
+    lines = done.stdout.decode().splitlines()
+    return [json.loads(line, parse_float=Real, parse_int=whole_or_minus_zero) for line in lines]

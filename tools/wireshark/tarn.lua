@@ -159,21 +159,44 @@ end
 local SMALLEST_NORMAL = 2 ^ -126
 local SINGLE_DIGITS, MOST_SINGLE_DIGITS = 6, 9
 
--- The shortest text that means this single.
+-- The number with so many digits, like "1.50e+00", if that still means this single. Next to a power
+-- of two it may be the text above the nearest one that does.
+local function single_with(digits, number)
+    local format = "%." .. digits - 1 .. "e"
+    local text = number_text(format, number)
+    if to_single(to_number(text)) == number then
+        return text
+    end
+    local unit = 10 ^ (tonumber(text:match("e(.*)$")) - digits + 1)
+    text = number_text(format, number < 0 and number - unit or number + unit)
+    return to_single(to_number(text)) == number and text
+end
+
+-- Fewest digits that mean this single, and the power of ten of the first: "1.5", "+00".
+local function single_digits(number)
+    local least = math.abs(number) < SMALLEST_NORMAL and 1 or SINGLE_DIGITS
+    for digits = least, MOST_SINGLE_DIGITS do
+        local text = single_with(digits, number)
+        if text then
+            local mantissa, exponent = text:match("^(.-)e(.+)$")
+            return mantissa:find("%.") and mantissa:gsub("%.?0*$", "") or mantissa, exponent
+        end
+    end
+end
+
+-- The shortest text that means this single, as the command prints it.
 local function single_text(number)
     if number ~= number then
         return "nan"
     elseif number == math.huge or number == -math.huge then
         return number > 0 and "inf" or "-inf"
     end
-    local least = math.abs(number) < SMALLEST_NORMAL and 1 or SINGLE_DIGITS
-    for digits = least, MOST_SINGLE_DIGITS do
-        local text = number_text("%." .. digits .. "g", number)
-        if to_single(to_number(text)) == number then
-            return text
-        end
-    end
-    return number_text("%.9g", number)
+    local mantissa, exponent = single_digits(number)
+    local scientific = mantissa .. "e" .. exponent
+    local _, digits = mantissa:gsub("%d", "")
+    local decimals = math.max(0, digits - 1 - tonumber(exponent))
+    local fixed = number_text("%." .. string.format("%.0f", decimals) .. "f", number)
+    return #fixed <= #scientific and fixed or scientific
 end
 
 -- Reading JSON --------------------------------------------------------------------------------
@@ -368,8 +391,10 @@ function Reader:value(level)
     local first = self:skip_blanks()
     if first == '"' then
         return self:string()
+    elseif first:find("%a") then
+        return self:word()
     elseif first ~= "{" and first ~= "[" then
-        return first:find("%a") and self:word() or self:number()
+        return self:number()
     elseif level == json.MAX_LEVELS then
         self:refuse("lists and objects lie more than 16 deep; correct it")
     end
@@ -546,7 +571,7 @@ end
 
 local NO_NAMES = {devices = {}, by_address = {}, by_mac = {}, groups = {}}
 local names = NO_NAMES
-local names_path, names_text = "", nil
+local names_path, names_text, names_report = "", nil, nil
 
 local function read_file(path)
     local file, reason = io.open(path, "rb")
@@ -567,6 +592,15 @@ local function renew_names()
     end
 end
 
+-- Once, however often the capture is read anew.
+local function report_names(failure)
+    local text = "Tarn names file " .. names_path .. ": " .. failure
+    if text ~= names_report then
+        names_report = text
+        report_failure(text)
+    end
+end
+
 -- Reads the names file when it is another one, or has changed.
 local function load_names()
     if tarn.prefs.names ~= names_path then
@@ -577,8 +611,7 @@ local function load_names()
     end
     local done, failure = pcall(renew_names)
     if not done then
-        local text = type(failure) == "table" and failure.refusal or tostring(failure)
-        report_failure("Tarn names file " .. names_path .. ": " .. text)
+        report_names(type(failure) == "table" and failure.refusal or tostring(failure))
     end
 end
 
@@ -925,12 +958,8 @@ local function request_text(message, values)
 end
 
 local function response_text(message, values)
-    local what = values and " is " .. values or ""
-    if not values and message.access ~= ACCESS_READ then
-        what = " written"
-    end
     return string.format("%s tells %s: %s%s, %s", responder_text(message), target_text(message),
-        register_text(message), what, STATUSES[message.status])
+        register_text(message), values and " is " .. values or "", STATUSES[message.status])
 end
 
 local function chcp_text(message)
@@ -1031,13 +1060,12 @@ local function add_value(tree, value, data_type)
     add_hidden(tree, fields.value, value.range, value.number)
 end
 
+local NOT_FINITE = {nan = 0 / 0, inf = math.huge, ["-inf"] = -math.huge}
+
 local function add_named_value(tree, value)
     local text = value.name .. "=" .. value.text .. (value.unit ~= "" and " " or "") .. value.unit
     local item = tree:add(fields.named, value.range, text):set_generated()
-    local number = to_number(value.text)
-    if number then
-        add_generated(item, fields.named_value, number)
-    end
+    add_generated(item, fields.named_value, NOT_FINITE[value.text] or to_number(value.text))
     if value.unit ~= "" then
         add_generated(item, fields.named_unit, value.unit)
     end
