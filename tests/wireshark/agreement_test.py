@@ -51,8 +51,9 @@ EXPERTS = [expert for experts in NOTES.values() for expert in experts]
 NAMED = ["tarn.named", "tarn.named.value", "tarn.named.unit"]
 FIELDS = [
     "frame.time_epoch", *NUMBERS, *TEXTS, *TYPED, *EXPERTS, *NAMED, "tarn.value", "tarn.payload",
-    "tarn.expert.too_short", "_ws.col.Info",
+    "tarn.note", "tarn.expert.too_short", "_ws.col.Info",
 ]
+MAY_HAVE_WITHOUT_MESSAGE = {"frame.time_epoch", "tarn.note", "tarn.expert.too_short", "_ws.col.Info"}
 
 
 def single(number):
@@ -126,6 +127,8 @@ def wrong_in_message(row, message):
     note = NOTES.get(message.get("note"), [])
     shown = [expert for expert in EXPERTS if row[expert]]
     expect("note", len(shown) == bool(note) and all(s in note for s in shown), shown, note)
+    expected = [message["note"]] if "note" in message else []
+    expect("tarn.note", row["tarn.note"] == expected, row["tarn.note"], expected)
     expect("too short", not row["tarn.expert.too_short"], "an expert note", "none")
     return wrong
 
@@ -160,7 +163,7 @@ def wrong_in_other(row):
     return [
         f"{field}: tshark {row[field]}, tarn nothing"
         for field in FIELDS
-        if row[field] and field not in ("frame.time_epoch", "tarn.expert.too_short", "_ws.col.Info")
+        if row[field] and field not in MAY_HAVE_WITHOUT_MESSAGE
     ]
 
 

@@ -47,7 +47,7 @@ local fields = {
     mac = ProtoField.uint32("tarn.mac", "MAC", base.HEX, nil, 0x0FFFFFFF),
     addr = ProtoField.uint32("tarn.addr", "Source or target", base.DEC),
     conversation = ProtoField.string("tarn.conversation", "Conversation",
-        nil, "The two addresses, the smaller one first: 1-5"),
+        nil, "Who talks with whom, the smaller address first: 1-5, or group 1-2"),
 
     payload = ProtoField.bytes("tarn.payload", "Payload", base.SPACE),
     status = ProtoField.uint8("tarn.status", "Status", base.DEC, STATUSES, 0xF0),
@@ -73,6 +73,8 @@ local fields = {
     response_to = ProtoField.framenum("tarn.response_to", "Response to", base.NONE,
         frametype.REQUEST),
     time = ProtoField.relative_time("tarn.time", "Response time"),
+
+    note = ProtoField.string("tarn.note", "Note", nil, "What is odd about the frame"),
 
     source_name = ProtoField.string("tarn.source_name", "Source name"),
     target_name = ProtoField.string("tarn.target_name", "Target name"),
@@ -140,6 +142,12 @@ local can_length = Field.new("can.len")
 local can_flexible = Field.new("canfd.flags.brs")
 local frame_time = Field.new("frame.time_epoch")
 local frame_interface = Field.new("frame.interface_id")
+
+-- What the statistics count.
+local counted = {}
+for _, name in ipairs({"mac", "source", "target", "addressing", "direction", "status", "time", "note"}) do
+    counted[name] = Field.new("tarn." .. name)
+end
 
 -- Numbers as text -----------------------------------------------------------------------------
 
@@ -712,7 +720,7 @@ end
 local function read_data(word, tvb, size)
     local trailing = has_bit(word, 22) and 2 or 1
     if size < trailing then
-        return {kind = "short"}
+        return {kind = "short", oddity = "too_short"}
     end
     local message = {kind = "data", module = 0}
     read_header(word, message)
@@ -745,7 +753,7 @@ end
 local function read_message(word, tvb)
     local size = tvb:reported_len()
     if tvb:len() < size then
-        return {kind = "cut"}
+        return {kind = "cut", oddity = "cut"}
     end
     return has_bit(word, 28) and read_chcp(word, tvb, size) or
         not has_bit(word, 28) and read_data(word, tvb, size)
@@ -1031,12 +1039,16 @@ local function add_empty_header(tree, identifier)
     end
 end
 
+local function conversation_text(message)
+    local low = math.min(message.source, message.target)
+    local high = math.max(message.source, message.target)
+    return string.format("%s%d-%d", message.addressing == 1 and "" or "group ", low, high)
+end
+
 local function add_addresses(tree, message)
     add_hidden(tree, fields.addr, message.source)
     add_hidden(tree, fields.addr, message.target)
-    local low = math.min(message.source, message.target)
-    local high = math.max(message.source, message.target)
-    add_hidden(tree, fields.conversation, string.format("%d-%d", low, high))
+    add_generated(tree, fields.conversation, conversation_text(message))
 end
 
 local function add_status(tree, tvb, message)
@@ -1156,21 +1168,26 @@ local function add_empty(tree, message, identifier)
     add_data_names(tree, message)
 end
 
+local NOTES = {
+    too_short = "too few data bytes for a Tarn frame",
+    cut = "the capture holds only a part of the data bytes",
+    chcp_length = "CHCP frame without its 7 bytes: reads as an empty DATA message",
+    unknown_type = "payload does not fit its data type",
+    payload_size = "payload does not fit its data type",
+}
+
 local function add_message(tree, tvb, message, identifier, pinfo)
-    if message.kind == "short" then
-        tree:add_proto_expert_info(experts.too_short)
-    elseif message.kind == "cut" then
-        tree:add_proto_expert_info(experts.cut)
-    elseif message.kind == "chcp" then
+    if message.kind == "chcp" then
         add_chcp(tree, tvb, message, identifier)
     elseif message.kind == "empty" then
         add_empty(tree, message, identifier)
-    else
+    elseif message.kind == "data" then
         add_data(tree, tvb, message, identifier)
         add_links(tree, message, pinfo)
     end
     if message.oddity then
-        tree:add_proto_expert_info(experts[message.oddity])
+        add_generated(tree, fields.note, NOTES[message.oddity])
+            :add_proto_expert_info(experts[message.oddity])
     end
 end
 
@@ -1243,3 +1260,170 @@ tarn:register_heuristic("can", function(tvb, pinfo, tree)
     dissect(tvb, pinfo, tree)
     return true
 end)
+
+-- Statistics ----------------------------------------------------------------------------------
+
+local MOST_ROWS = 4096
+local NO_DEVICE, DEVICE, GROUP, CHCP = 3, 0, 1, 2 -- in the order of the table
+
+local Devices = {}
+Devices.__index = Devices
+
+function Devices.new()
+    return setmetatable({rows = {}, list = {}}, Devices)
+end
+
+function Devices:row(kind, number)
+    local key = kind .. " " .. number
+    if not self.rows[key] and #self.list >= MOST_ROWS then
+        kind, number, key = NO_DEVICE, 1, "others"
+    end
+    if not self.rows[key] then
+        local row = {
+            kind = kind, number = number, sent = 0, received = 0, requests = 0, responses = 0,
+            failures = 0, odd = 0, timed = 0, time = 0, longest = 0,
+        }
+        self.rows[key] = row
+        self.list[#self.list + 1] = row
+    end
+    return self.rows[key]
+end
+
+local function counted_value(name)
+    local info = counted[name]()
+    return info and info.value
+end
+
+local function count_time(row, time)
+    local seconds = time.secs + time.nsecs / 1e9
+    row.timed = row.timed + 1
+    row.time = row.time + seconds
+    row.longest = math.max(row.longest, seconds)
+end
+
+function Devices:count_data(source)
+    local time = counted_value("time")
+    local to_group = counted_value("addressing") == 0
+    -- What answers for a group has the group for its source.
+    local sender = self:row(to_group and time and GROUP or DEVICE, source)
+    local receiver = self:row(to_group and not time and GROUP or DEVICE, counted_value("target"))
+    local is_request = counted_value("direction") == DIRECTION_REQUEST
+    local kind = is_request and "requests" or "responses"
+    sender[kind] = sender[kind] + 1
+    receiver.received = receiver.received + 1
+    if not is_request and counted_value("status") > STATUS_OPERATING_WITH_WARNING then
+        sender.failures = sender.failures + 1
+    end
+    if time then
+        count_time(sender, time)
+    end
+    return sender
+end
+
+function Devices:count()
+    local mac, source = counted_value("mac"), counted_value("source")
+    local sender
+    if mac then
+        sender = self:row(CHCP, mac)
+    elseif source then
+        sender = self:count_data(source)
+    else
+        sender = self:row(NO_DEVICE, 0)
+    end
+    sender.sent = sender.sent + 1
+    if counted_value("note") then
+        sender.odd = sender.odd + 1
+    end
+end
+
+local function row_name(row)
+    if row.kind == DEVICE then
+        return tostring(row.number), name_in(names.by_address[row.number])
+    elseif row.kind == GROUP then
+        return "group " .. row.number, names.groups[row.number]
+    elseif row.kind == CHCP then
+        return string.format("CHCP %07X", row.number), name_in(names.by_mac[row.number])
+    end
+    return row.number == 0 and "no message" or "others", nil
+end
+
+local function milliseconds(seconds)
+    return number_text("%.3f", seconds * 1000)
+end
+
+local function row_text(row)
+    local address, name = row_name(row)
+    local line = string.format("%-12s %8d %8d %8d %9d %8d %8d %12s %12s  %s", address, row.sent,
+        row.received, row.requests, row.responses, row.failures, row.odd,
+        row.timed > 0 and milliseconds(row.time / row.timed) or "-",
+        row.timed > 0 and milliseconds(row.longest) or "-", name or "")
+    return (line:gsub(" +$", ""))
+end
+
+function Devices:text()
+    table.sort(self.list, function(one, other)
+        if one.kind ~= other.kind then
+            return one.kind < other.kind
+        end
+        return one.number < other.number
+    end)
+    local lines = {
+        "Tarn: frames by device",
+        string.format("%-12s %8s %8s %8s %9s %8s %8s %12s %12s  %s", "Device", "Sent", "Received",
+            "Requests", "Responses", "Failures", "Odd", "Mean ms", "Longest ms", "Name"),
+    }
+    for _, row in ipairs(self.list) do
+        lines[#lines + 1] = row_text(row)
+    end
+    return table.concat(lines, "\n") .. "\n"
+end
+
+-- Counts the frames that pass the filter, and hands the table to the function.
+local function tap_devices(filter, show)
+    local tap = Listener.new("frame", filter)
+    local devices = Devices.new()
+    function tap.packet()
+        devices:count()
+    end
+    function tap.draw()
+        show(devices:text())
+    end
+    function tap.reset()
+        devices = Devices.new()
+    end
+    return tap
+end
+
+-- tshark -z tarn,devices or tarn,devices,FILTER
+register_stat_cmd_arg("tarn,devices", function(argument)
+    local filter = (argument or ""):match("^tarn,devices,(.+)$")
+    tap_devices(filter and "tarn && (" .. filter .. ")" or "tarn", function(text)
+        io.stdout:write(text)
+    end)
+end)
+
+local function show_devices()
+    local window = TextWindow.new("Tarn: frames by device")
+    local tap = tap_devices("tarn", function(text)
+        window:set(text)
+    end)
+    window:set_atclose(function()
+        tap:remove()
+    end)
+    retap_packets()
+end
+
+local function ask_conversation()
+    new_dialog("Tarn conversation", function(one, other)
+        one, other = tonumber(one), tonumber(other)
+        if one and other then
+            set_filter(string.format("tarn.addr == %d && tarn.addr == %d", one, other))
+            apply_filter()
+        end
+    end, "Address", "Other address")
+end
+
+if gui_enabled() then
+    register_menu("Tarn/Frames by device", show_devices, MENU_STAT_UNSORTED)
+    register_menu("Tarn/Conversation of two devices", ask_conversation, MENU_TOOLS_UNSORTED)
+end
