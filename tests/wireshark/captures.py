@@ -19,14 +19,37 @@ def cooked(socket_can):
     return COOKED_HEADER + socket_can[3::-1] + socket_can[4:]
 
 
-def write_pcap(path, link, packets):
-    """Packet number n has time n microseconds and more; a pair is the bytes and the length on the wire."""
+def frame(literal):
+    """The packet of a frame as 0F800001#20."""
+    identifier, _, data = literal.partition("#")
+    return packet(EXTENDED | int(identifier, 16), bytes.fromhex(data))
+
+
+def write_pcap(path, link, packets, times=None):
+    """Times are microseconds, by default the numbers of the packets. A packet may be a pair: its
+    bytes, and how many there were on the wire."""
     with open(path, "wb") as file:
         file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, link))
-        for number, item in enumerate(packets):
+        for time, item in zip(times or range(len(packets)), packets, strict=True):
             content, size = item if isinstance(item, tuple) else (item, len(item))
-            seconds, micros = divmod(number, 1000000)
+            seconds, micros = divmod(time, 1000000)
             file.write(struct.pack("<IIII", 1600000000 + seconds, micros, len(content), size) + content)
+
+
+def write_pcapng(path, packets):
+    """Of two interfaces; a packet is a pair: number of the interface and bytes."""
+
+    def block(kind, body):
+        size = len(body) + 12
+        return struct.pack("<II", kind, size) + body + struct.pack("<I", size)
+
+    with open(path, "wb") as file:
+        file.write(block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)))
+        for _ in range(2):
+            file.write(block(1, struct.pack("<HHI", LINK_SOCKETCAN, 0, 0)))
+        for time, (interface, content) in enumerate(packets):
+            header = struct.pack("<IIIII", interface, 0, time, len(content), len(content))
+            file.write(block(6, header + content))
 
 
 class RandomFrames:

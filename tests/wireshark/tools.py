@@ -2,46 +2,54 @@
 
 import json
 import os
+import shutil
 import subprocess
+import sys
 
-TSHARK = os.environ["TSHARK"]
+SKIPPED = 77
+TSHARK = shutil.which("tshark")
+if TSHARK is None:
+    print("tshark is missing: scripts/setup wireshark installs it")
+    sys.exit(SKIPPED)
 TARN = os.environ["TARN_COMMAND"]
-DISSECTOR = os.environ["TARN_DISSECTOR"]
 PROJECT = os.environ["PROJECT_DIRECTORY"]
+DISSECTOR = os.path.join(PROJECT, "tools/wireshark/tarn.lua")
 
-# What Wireshark writes where a dissector in Lua has failed.
-SIGNS_OF_FAILURE = ("Lua Error", "Dissector bug", "[Malformed Packet", "stack traceback")
+# What Wireshark writes where a dissector in Lua has failed; in columns it is an expert's message.
+SIGNS_OF_FAILURE = ("Lua Error", "Lua: Error", "Dissector bug", "stack traceback")
+EXPERTS = "_ws.expert.message"
 
 
 class Failed(Exception):
     pass
 
 
-def tshark(capture, *options, environment=None):
+def tshark(capture, *options, dissector=DISSECTOR, environment=None):
     """Standard output and standard error; the user's own plugins and preferences stay outside."""
-    command = [TSHARK, "-X", "lua_script:" + DISSECTOR, "-r", str(capture), *options]
-    variables = {**os.environ, "WIRESHARK_CONFIG_DIR": os.path.dirname(str(capture)),
-                 "HOME": os.path.dirname(str(capture)), **(environment or {})}
-    variables.pop("TARN_NAMES", None)
-    done = subprocess.run(command, capture_output=True, env=variables, timeout=500)
+    folder = os.path.dirname(str(capture))
+    script = ["-X", "lua_script:" + dissector] if dissector else []
+    command = [TSHARK, *script, "-r", str(capture), *options]
+    variables = {**os.environ, "HOME": folder, "XDG_CONFIG_HOME": folder, "LC_ALL": "C.UTF-8"}
+    done = subprocess.run(
+        command, capture_output=True, env={**variables, **(environment or {})}, timeout=500
+    )
     output, errors = done.stdout.decode("utf-8", "replace"), done.stderr.decode("utf-8", "replace")
-    if done.returncode != 0:
-        raise Failed(f"{command}: exit status {done.returncode}: {errors}")
+    if done.returncode != 0 or any(sign in output + errors for sign in SIGNS_OF_FAILURE):
+        signs = [line for line in output.splitlines() if "rror" in line][:5]
+        raise Failed(f"{command}: exit status {done.returncode}: {errors} {signs}")
     return output, errors
 
 
-def columns(capture, fields, *options, environment=None):
+def columns(capture, fields, *options, **settings):
     """A dictionary a packet: of each field the list of what stands in it."""
-    wanted = [argument for field in fields for argument in ("-e", field)]
-    output, errors = tshark(
+    wanted = [argument for field in [*fields, EXPERTS] for argument in ("-e", field)]
+    output, _ = tshark(
         capture, "-T", "fields", "-E", "occurrence=a", "-E", "aggregator=|", *wanted, *options,
-        environment=environment,
+        **settings,
     )
-    if any(sign in output + errors for sign in SIGNS_OF_FAILURE):
-        raise Failed(f"the dissector failed: {errors}{output[:2000]}")
     rows = []
     for line in output.splitlines():
-        parts = line.split("\t")
+        parts = line.split("\t")[:-1]
         rows.append({f: p.split("|") if p else [] for f, p in zip(fields, parts, strict=True)})
     return rows
 

@@ -844,6 +844,7 @@ local function forget_links()
         waiting = {},   -- the latest request without response, by what its response has to be
         responses = {}, -- frames of the responses, by the frame of the request
         requests = {},  -- frame of the request and time, by the frame of the response
+        last = 0,       -- the last frame that was looked at
     }
 end
 forget_links()
@@ -882,8 +883,14 @@ local function link_response(message, frame, time)
     end
 end
 
--- On the first pass, which goes through the frames in their order.
+-- Once a frame, when the frames come in their order for the first time. A program that goes through
+-- a capture twice may leave out the tree, and so this dissector, on its first way.
 local function link(message, pinfo)
+    message.is_known = pinfo.number <= links.last
+    if message.is_known then
+        return
+    end
+    links.last = pinfo.number
     local now = frame_time()
     local time = now and now.value
     if message.direction == DIRECTION_REQUEST then
@@ -1115,7 +1122,7 @@ local function add_links(tree, message, pinfo)
         add_time(tree, request.delay)
     end
     local unanswered = message.direction == DIRECTION_REQUEST and not links.responses[frame]
-    if unanswered and pinfo.visited then
+    if unanswered and message.is_known then
         tree:add_proto_expert_info(experts.no_response)
     end
 end
@@ -1233,7 +1240,7 @@ local function dissect(tvb, pinfo, tree)
     if message.kind ~= "short" and message.kind ~= "cut" then
         find_names(message)
     end
-    if message.kind == "data" and not pinfo.visited then
+    if message.kind == "data" then
         link(message, pinfo)
     end
     fill_columns(pinfo, tvb, message)
