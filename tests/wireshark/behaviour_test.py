@@ -224,6 +224,12 @@ class Names(Captured):
              "controller asks all actuators for speed (register 16)"],
         )
 
+    def test_who_answers_for_a_group_has_the_name_of_the_group(self):
+        self.assertEqual(
+            self.sentences(["0D840081#20", "0D040081#DA0559"], *WITH_NAMES)[1],
+            "all actuators tells controller: register 16 is U16 1498, OPERATING",
+        )
+
     def with_file(self, content):
         """Sentences, and what is told of the file."""
         path = self.folder / "names.json"

@@ -872,7 +872,7 @@ local function link_response(message, frame, time)
     if not delay or delay < 0 or delay > tarn.prefs.window * 1e6 then
         return
     end
-    links.requests[frame] = {request = request.frame, delay = delay}
+    links.requests[frame] = {frame = request.frame, delay = delay}
     local responses = links.responses[request.frame] or {}
     links.responses[request.frame] = responses
     if #responses < MOST_RESPONSES then
@@ -885,7 +885,7 @@ end
 
 -- Once a frame, when the frames come in their order for the first time. A program that goes through
 -- a capture twice may leave out the tree, and so this dissector, on its first way.
-local function link(message, pinfo)
+local function link_once(message, pinfo)
     message.is_known = pinfo.number <= links.last
     if message.is_known then
         return
@@ -901,16 +901,31 @@ local function link(message, pinfo)
     end
 end
 
+local function link(message, pinfo)
+    link_once(message, pinfo)
+    message.request = links.requests[pinfo.number]
+    -- What answers for a group has the group for its source, and is addressed as the group was.
+    message.is_group_answer = message.request ~= nil and message.addressing == 0
+end
+
 -- Sentences -----------------------------------------------------------------------------------
 
+local function group_text(group)
+    return names.groups[group] or "group " .. group
+end
+
+local function device_text(address)
+    return name_in(names.by_address[address]) or tostring(address)
+end
+
 local function source_text(message)
-    return message.source_name or tostring(message.source)
+    return (message.is_group_answer and group_text or device_text)(message.source)
 end
 
 -- A module is one of the device whose register this is: the target of a request alone.
 local function target_text(message)
-    local text = message.target_name or
-        (message.addressing == 1 and "" or "group ") .. message.target
+    local is_group = message.addressing == 0 and not message.is_group_answer
+    local text = (is_group and group_text or device_text)(message.target)
     if message.mode == 1 and message.direction == DIRECTION_REQUEST then
         text = text .. "." .. (message.module_name or message.module)
     end
@@ -1116,10 +1131,9 @@ local function add_links(tree, message, pinfo)
     for _, response in ipairs(links.responses[frame] or {}) do
         add_generated(tree, fields.response_in, response)
     end
-    local request = links.requests[frame]
-    if request then
-        add_generated(tree, fields.response_to, request.request)
-        add_time(tree, request.delay)
+    if message.request then
+        add_generated(tree, fields.response_to, message.request.frame)
+        add_time(tree, message.request.delay)
     end
     local unanswered = message.direction == DIRECTION_REQUEST and not links.responses[frame]
     if unanswered and message.is_known then
