@@ -1372,11 +1372,13 @@ local function milliseconds(seconds)
     return number_text("%.3f", seconds * 1000)
 end
 
+-- Narrow enough for the window that Wireshark opens.
+local ROW = "%-12s %6s %6s %6s %6s %5s %5s %7s %7s  %s"
+
 local function row_text(row)
     local address, name = row_name(row)
-    local line = string.format("%-12s %8d %8d %8d %9d %8d %8d %12s %12s  %s", address, row.sent,
-        row.received, row.requests, row.responses, row.failures, row.odd,
-        row.timed > 0 and milliseconds(row.time / row.timed) or "-",
+    local line = string.format(ROW, address, row.sent, row.received, row.requests, row.responses,
+        row.failures, row.odd, row.timed > 0 and milliseconds(row.time / row.timed) or "-",
         row.timed > 0 and milliseconds(row.longest) or "-", name or "")
     return (line:gsub(" +$", ""))
 end
@@ -1390,8 +1392,8 @@ function Devices:text()
     end)
     local lines = {
         "Tarn: frames by device",
-        string.format("%-12s %8s %8s %8s %9s %8s %8s %12s %12s  %s", "Device", "Sent", "Received",
-            "Requests", "Responses", "Failures", "Odd", "Mean ms", "Longest ms", "Name"),
+        string.format(ROW, "Device", "Sent", "Recvd", "Req", "Resp", "Fail", "Odd", "Mean ms",
+            "Max ms", "Name"),
     }
     for _, row in ipairs(self.list) do
         lines[#lines + 1] = row_text(row)
@@ -1445,6 +1447,6 @@ local function ask_conversation()
 end
 
 if gui_enabled() then
-    register_menu("Tarn/Frames by device", show_devices, MENU_STAT_UNSORTED)
-    register_menu("Tarn/Conversation of two devices", ask_conversation, MENU_TOOLS_UNSORTED)
+    register_menu("Tarn Devices", show_devices, MENU_STAT_UNSORTED)
+    register_menu("Tarn Conversation", ask_conversation, MENU_TOOLS_UNSORTED)
 end
