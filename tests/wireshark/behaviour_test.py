@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -401,6 +402,42 @@ class Installed(Captured):
         plugins.mkdir(parents=True)
         (plugins / "tarn.lua").symlink_to(prefix / "share/tarn/wireshark/tarn.lua")
         self.assertIn("1 asks 5", self.sentences([ASK], dissector=None)[0])
+
+
+class Page(Captured):
+    """docs/wireshark.md says what is."""
+
+    PAGE = (pathlib.Path(tools.PROJECT) / "docs/wireshark.md").read_text()
+
+    def setUp(self):
+        super().setUp()
+        example = pathlib.Path(tools.PROJECT) / "examples/captures/pump-station.pcap"
+        self.example = shutil.copy(example, self.folder)
+
+    def test_every_filter_finds_some_frames(self):
+        table = self.PAGE.split("| Filter | Finds |\n|---|---|\n")[1].split("\n\n")[0]
+        filters = re.findall(r"^\| `(.*?)` \|", table, re.MULTILINE)
+        self.assertGreater(len(filters), 10)
+        for text in filters:
+            rows = tools.columns(self.example, ["frame.number"], "-2", "-R", "tarn", "-Y", text, *WITH_NAMES)
+            self.assertTrue(0 < len(rows) < 24, f"{text}: {len(rows)} frames")
+
+    def test_it_names_every_field_and_no_other(self):
+        text = pathlib.Path(tools.DISSECTOR).read_text()
+        registered = set(re.findall(r'"(tarn\.[a-z0-9_.]+)"', text))
+        registered -= {"tarn.value.s16f"}  # gets a digit
+        registered |= {"tarn." + name for name in re.findall(r'identifier_field\("(\w+)"', text)}
+        registered |= {"tarn.every_frame", "tarn.names", "tarn.window"}
+        registered |= {f"tarn.value.s16f{number}" for number in range(8)}
+        mentioned = set(re.findall(r"\btarn\.[a-z0-9_.]*[a-z0-9]", self.PAGE)) - {"tarn.lua"}
+        mentioned |= {f"tarn.value.s16f{number}" for number in range(8)}
+        self.assertEqual(registered, mentioned)
+
+    def test_its_statistics_are_those_of_the_capture(self):
+        command, output = re.search(
+            r"```\ntshark -q -z (\S+) -r (?:\S+)\n```\n\n```\n(.*?)```", self.PAGE, re.DOTALL
+        ).groups()
+        self.assertEqual(tools.tshark(self.example, "-q", "-z", command)[0], output)
 
 
 if __name__ == "__main__":

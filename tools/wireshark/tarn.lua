@@ -2,7 +2,7 @@
 
 local tarn = Proto("tarn", "Tarn")
 
--- Words ---------------------------------------------------------------------------------------
+-- Words.
 
 local TYPES = {[0] = "DATA", "CHCP"}
 local PRIORITIES = {[0] = "SYNC", "EMRGENCY", "CONTROL", "DATA"}
@@ -27,7 +27,7 @@ local DATATYPE_S16F7, DATATYPE_U48, DATATYPE_FLOAT = 7, 12, 13
 local CHCP_LENGTH, CHCP_COMMAND_NONE = 7, 6
 local MAX_DATA_SIZE = 8
 
--- Fields --------------------------------------------------------------------------------------
+-- Fields.
 
 -- A field of the identifier, whose bits are shown in all 32 of its word.
 local function identifier_field(name, title, words, mask, description)
@@ -149,7 +149,7 @@ for _, name in ipairs({"mac", "source", "target", "addressing", "direction", "st
     counted[name] = Field.new("tarn." .. name)
 end
 
--- Numbers as text -----------------------------------------------------------------------------
+-- Numbers as text.
 
 -- A locale may have given the number a comma.
 local function number_text(format, number)
@@ -207,7 +207,7 @@ local function single_text(number)
     return #fixed <= #scientific and fixed or scientific
 end
 
--- Reading JSON --------------------------------------------------------------------------------
+-- Reading JSON.
 
 local json = {MAX_BYTES = 16 * 1024 * 1024, MAX_VALUES = 1000000, MAX_LEVELS = 16}
 
@@ -373,7 +373,7 @@ function Reader:list(level)
 end
 
 function Reader:object(level)
-    local members, count = {}, 0
+    local members = {}
     self:items("}", function()
         if self:skip_blanks() ~= '"' then
             self:refuse("the name of a member is missing; add it")
@@ -386,7 +386,6 @@ function Reader:object(level)
         end
         self.at = self.at + 1
         members[name] = self:value(level)
-        count = count + 1
     end)
     return {members = members}
 end
@@ -424,7 +423,7 @@ function json.read(text)
     return root
 end
 
--- Names ---------------------------------------------------------------------------------------
+-- Names.
 
 local MAX_NAME_BYTES = 64
 local LAST_ADDRESS, MAX_BYTE, MAX_MAC = 126, 255, 0x0FFFFFFF
@@ -623,7 +622,7 @@ local function load_names()
     end
 end
 
--- Messages ------------------------------------------------------------------------------------
+-- Messages.
 
 local function bits(word, low, width)
     return math.floor(word / 2 ^ low) % 2 ^ width
@@ -759,7 +758,7 @@ local function read_message(word, tvb)
         not has_bit(word, 28) and read_data(word, tvb, size)
 end
 
--- Names of a message --------------------------------------------------------------------------
+-- Names of a message.
 
 local function name_in(device)
     return device and device.name
@@ -833,7 +832,7 @@ local function find_names(message)
     end
 end
 
--- Requests and their responses ----------------------------------------------------------------
+-- Requests and their responses.
 
 local MOST_RESPONSES = 32 -- shown of a request to a group
 
@@ -908,7 +907,7 @@ local function link(message, pinfo)
     message.is_group_answer = message.request ~= nil and message.addressing == 0
 end
 
--- Sentences -----------------------------------------------------------------------------------
+-- Sentences.
 
 local function group_text(group)
     return names.groups[group] or "group " .. group
@@ -949,14 +948,21 @@ local function payload_text(tvb, message)
     return "[" .. tostring(tvb(0, message.payload_size):bytes()) .. "]"
 end
 
+local function with_unit(value)
+    return value.unit == "" and value.text or value.text .. " " .. value.unit
+end
+
+local function named_value_text(value)
+    return value.name .. "=" .. with_unit(value)
+end
+
 local function named_text(message)
     if #message.named == 1 then
-        return message.named[1].text .. (message.named[1].unit ~= "" and " " or "") ..
-            message.named[1].unit
+        return with_unit(message.named[1])
     end
     local parts = {}
     for at, value in ipairs(message.named) do
-        parts[at] = value.name .. "=" .. value.text .. (value.unit ~= "" and " " or "") .. value.unit
+        parts[at] = named_value_text(value)
     end
     return table.concat(parts, ", ")
 end
@@ -1027,7 +1033,7 @@ local function sentence(tvb, message)
     return data_text(tvb, message) .. (oddity and " (" .. oddity .. ")" or "")
 end
 
--- The tree ------------------------------------------------------------------------------------
+-- The tree.
 
 local HEADER = {"type", "priority", "addressing", "access", "direction", "mode", "register",
     "target", "source"}
@@ -1097,8 +1103,7 @@ end
 local NOT_FINITE = {nan = 0 / 0, inf = math.huge, ["-inf"] = -math.huge}
 
 local function add_named_value(tree, value)
-    local text = value.name .. "=" .. value.text .. (value.unit ~= "" and " " or "") .. value.unit
-    local item = tree:add(fields.named, value.range, text):set_generated()
+    local item = tree:add(fields.named, value.range, named_value_text(value)):set_generated()
     add_generated(item, fields.named_value, NOT_FINITE[value.text] or to_number(value.text))
     if value.unit ~= "" then
         add_generated(item, fields.named_unit, value.unit)
@@ -1212,7 +1217,7 @@ local function add_message(tree, tvb, message, identifier, pinfo)
     end
 end
 
--- The dissector -------------------------------------------------------------------------------
+-- The dissector.
 
 -- The innermost of several CAN frames in a packet.
 local function last(...)
@@ -1282,7 +1287,7 @@ tarn:register_heuristic("can", function(tvb, pinfo, tree)
     return true
 end)
 
--- Statistics ----------------------------------------------------------------------------------
+-- Statistics.
 
 local MOST_ROWS = 4096
 local NO_DEVICE, DEVICE, GROUP, CHCP = 3, 0, 1, 2 -- in the order of the table
