@@ -96,7 +96,7 @@ class Shown(Captured):
             "0C808081#29": "1 writes nothing to register 2 of group 1",
             "0001C103#0000003F0D": "3 tells group 2: register 7 is FLOAT 0.5, UNKNOWN, priority SYNC",
             "0F040085#B0": "5 tells 1: register 16, RESOURCE NOT EXISTING",
-            "10ABCDEF#78563412050310": "CHCP 0ABCDEF: device 12345678, id 5, command 3, OFFLINE",
+            "10ABCDEF#78563412850310": "CHCP 0ABCDEF: device 12345678, id 5, command 3, OFFLINE",
             "10ABCDEF#78563412050910":
                 "CHCP 0ABCDEF: device 12345678, id 5, command invalid, OFFLINE",
             "10ABCDEF#785634120503": "CHCP frame of 6 bytes reads as an empty DATA message",
@@ -311,12 +311,17 @@ class Preferences(Captured):
         self.assertNotIn("asks", self.sentences([ASK], *off)[0])
         self.assertIn("asks", self.sentences([ASK], *off, *decode_as)[0])
 
+    def test_a_frame_is_shown_once(self):
+        for options in (), ("-d", "can.subdissector,tarn"):
+            rows = tools.columns(self.capture([ASK, "0F800001#"]), ["tarn"], *options)
+            self.assertEqual([len(row["tarn"]) for row in rows], [1, 1])
+
     def test_decode_as_leaves_other_frames_alone(self):
         others = [captures.packet(0x123, b"\x20"), captures.packet(0xCF840281, b"", 1),
-                  captures.packet(0x20000004, bytes(8))]
+                  captures.packet(0x20000004, bytes(8)), captures.packet(0xA0000004, bytes(8))]
         for options in (), ("-d", "can.subdissector,tarn"):
             rows = tools.columns(self.capture(others), ["tarn"], *options)
-            self.assertEqual([row["tarn"] for row in rows], [[], [], []])
+            self.assertEqual([row["tarn"] for row in rows], [[], [], [], []])
 
 
 class Statistics(Captured):
@@ -373,8 +378,8 @@ class Damaged(Captured):
     @staticmethod
     def behind_header(item):
         if isinstance(item, tuple):
-            return captures.COOKED_HEADER + item[0], item[1] + 16
-        return captures.COOKED_HEADER + item[3::-1] + item[4:]
+            return captures.cooked(item[0]), item[1] + 16
+        return captures.cooked(item)
 
     def test_a_frame_cut_by_the_capture_is_told(self):
         path = self.folder / "cut.pcap"

@@ -5,7 +5,8 @@ import struct
 
 EXTENDED, REMOTE, ERROR = 0x80000000, 0x40000000, 0x20000000
 LINK_SOCKETCAN, LINK_COOKED = 227, 113
-COOKED_HEADER = struct.pack(">HHHQH", 0, 280, 0, 0, 0x000C)
+COOKED_HEADER = struct.pack(">HHHQ", 0, 280, 0, 0)
+CAN, CAN_FD = b"\0\x0C", b"\0\x0D"
 
 
 def packet(identifier, data, length=None):
@@ -16,7 +17,8 @@ def packet(identifier, data, length=None):
 
 def cooked(socket_can):
     """The packet behind a cooked header, where the identifier has the byte order of the host."""
-    return COOKED_HEADER + socket_can[3::-1] + socket_can[4:]
+    protocol = CAN if len(socket_can) <= 16 else CAN_FD
+    return COOKED_HEADER + protocol + socket_can[3::-1] + socket_can[4:]
 
 
 def frame(literal):
@@ -115,6 +117,7 @@ class RandomFrames:
                 packet(EXTENDED | REMOTE | self.bits(29), b"", self.random.randint(0, 8)),
                 packet(REMOTE | self.bits(11), b"", self.random.randint(0, 8)),
                 packet(ERROR | self.bits(9), self.bytes(8)),
+                packet(EXTENDED | ERROR | self.bits(9), self.bytes(8)),
                 self.flexible(),
             ]
         )

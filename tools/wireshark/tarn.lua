@@ -138,7 +138,6 @@ local can_id = Field.new("can.id")
 local can_extended = Field.new("can.flags.xtd")
 local can_remote = Field.new("can.flags.rtr")
 local can_error = Field.new("can.flags.err")
-local can_length = Field.new("can.len")
 local can_flexible = Field.new("canfd.flags.brs")
 local frame_time = Field.new("frame.time_epoch")
 local frame_interface = Field.new("frame.interface_id")
@@ -625,7 +624,7 @@ end
 -- Messages.
 
 local function bits(word, low, width)
-    return math.floor(word / 2 ^ low) % 2 ^ width
+    return math.floor(math.floor(word / 2 ^ low) % 2 ^ width)
 end
 
 local function has_bit(word, at)
@@ -1233,9 +1232,8 @@ end
 -- frame of classical CAN.
 local function find_identifier()
     local info = last(nil, can_id())
-    local length = last(nil, can_length())
     if not info or not is_set(can_extended) or is_set(can_remote) or is_set(can_error) or
-        can_flexible() or (length and length.value > MAX_DATA_SIZE) then
+        can_flexible() then
         return nil
     end
     return {word = info.value, range = info.range}
@@ -1250,10 +1248,11 @@ local function fill_columns(pinfo, tvb, message)
     end
 end
 
+-- True when the frame is one for Tarn.
 local function dissect(tvb, pinfo, tree)
     local identifier = find_identifier()
     if not identifier or tvb:reported_len() > MAX_DATA_SIZE then
-        return 0
+        return false
     end
     local message = read_message(identifier.word, tvb)
     if message.kind ~= "short" and message.kind ~= "cut" then
@@ -1266,11 +1265,12 @@ local function dissect(tvb, pinfo, tree)
     local subtree = tree:add(tarn, tvb:len() > 0 and tvb() or identifier.range)
     subtree:append_text(", " .. sentence(tvb, message))
     add_message(subtree, tvb, message, identifier, pinfo)
-    return tvb:reported_len()
+    return true
 end
 
+-- Nothing taken means that the frame is not for Tarn, so a frame without data counts as one byte.
 function tarn.dissector(tvb, pinfo, tree)
-    return dissect(tvb, pinfo, tree)
+    return dissect(tvb, pinfo, tree) and math.max(1, tvb:reported_len()) or 0
 end
 
 function tarn.init()
@@ -1280,11 +1280,7 @@ end
 
 DissectorTable.get("can.subdissector"):add_for_decode_as(tarn)
 tarn:register_heuristic("can", function(tvb, pinfo, tree)
-    if not tarn.prefs.every_frame or not find_identifier() then
-        return false
-    end
-    dissect(tvb, pinfo, tree)
-    return true
+    return tarn.prefs.every_frame and dissect(tvb, pinfo, tree)
 end)
 
 -- Statistics.
