@@ -23,6 +23,8 @@ local DATA_TYPES = {
 local CHCP_COMMANDS = {[0] = "0", "1", "2", "3", "4", "5", "no valid one"}
 
 local PRIORITY_DATA, ACCESS_READ, DIRECTION_REQUEST = 3, 1, 1
+local ADDRESSING_GROUP, ADDRESSING_DEVICE, MODE_EXTENDED = 0, 1, 1
+local STATUS_OPERATING_WITH_WARNING = 6
 local DATATYPE_S16F7, DATATYPE_U48, DATATYPE_FLOAT = 7, 12, 13
 local CHCP_LENGTH, CHCP_COMMAND_NONE = 7, 6
 local MAX_DATA_SIZE = 8
@@ -627,10 +629,6 @@ local function bits(word, low, width)
     return math.floor(math.floor(word / 2 ^ low) % 2 ^ width)
 end
 
-local function has_bit(word, at)
-    return bits(word, at, 1) == 1
-end
-
 local function read_header(word, message)
     message.source = bits(word, 0, 7)
     message.target = bits(word, 7, 7)
@@ -716,7 +714,7 @@ local function read_status(tvb, at, message)
 end
 
 local function read_data(word, tvb, size)
-    local trailing = has_bit(word, 22) and 2 or 1
+    local trailing = bits(word, 22, 1) == MODE_EXTENDED and 2 or 1
     if size < trailing then
         return {kind = "short", oddity = "too_short"}
     end
@@ -753,8 +751,10 @@ local function read_message(word, tvb)
     if tvb:len() < size then
         return {kind = "cut", oddity = "cut"}
     end
-    return has_bit(word, 28) and read_chcp(word, tvb, size) or
-        not has_bit(word, 28) and read_data(word, tvb, size)
+    if bits(word, 28, 1) == 1 then
+        return read_chcp(word, tvb, size)
+    end
+    return read_data(word, tvb, size)
 end
 
 -- Names of a message.
@@ -767,7 +767,7 @@ end
 local function owner_of(message, place)
     if message.direction ~= DIRECTION_REQUEST then
         return names.by_address[message.source]
-    elseif message.addressing == 1 then
+    elseif message.addressing == ADDRESSING_DEVICE then
         return names.by_address[message.target]
     end
     for _, device in ipairs(names.devices) do
@@ -813,7 +813,7 @@ local function find_names(message)
         return
     end
     message.source_name = name_in(names.by_address[message.source])
-    if message.addressing == 1 then
+    if message.addressing == ADDRESSING_DEVICE then
         message.target_name = name_in(names.by_address[message.target])
     else
         message.target_name = names.groups[message.target]
@@ -876,7 +876,7 @@ local function link_response(message, frame, time)
     if #responses < MOST_RESPONSES then
         responses[#responses + 1] = frame
     end
-    if message.addressing == 1 then
+    if message.addressing == ADDRESSING_DEVICE then
         links.waiting[key] = nil -- of a group, others answer too
     end
 end
@@ -903,7 +903,7 @@ local function link(message, pinfo)
     link_once(message, pinfo)
     message.request = links.requests[pinfo.number]
     -- What answers for a group has the group for its source, and is addressed as the group was.
-    message.is_group_answer = message.request ~= nil and message.addressing == 0
+    message.is_group_answer = message.request ~= nil and message.addressing == ADDRESSING_GROUP
 end
 
 -- Sentences.
@@ -922,9 +922,9 @@ end
 
 -- A module is one of the device whose register this is: the target of a request alone.
 local function target_text(message)
-    local is_group = message.addressing == 0 and not message.is_group_answer
+    local is_group = message.addressing == ADDRESSING_GROUP and not message.is_group_answer
     local text = (is_group and group_text or device_text)(message.target)
-    if message.mode == 1 and message.direction == DIRECTION_REQUEST then
+    if message.mode == MODE_EXTENDED and message.direction == DIRECTION_REQUEST then
         text = text .. "." .. (message.module_name or message.module)
     end
     return text
@@ -932,7 +932,7 @@ end
 
 local function responder_text(message)
     local text = source_text(message)
-    if message.mode == 1 then
+    if message.mode == MODE_EXTENDED then
         text = text .. "." .. (message.module_name or message.module)
     end
     return text
@@ -1069,7 +1069,7 @@ end
 local function conversation_text(message)
     local low = math.min(message.source, message.target)
     local high = math.max(message.source, message.target)
-    return string.format("%s%d-%d", message.addressing == 1 and "" or "group ", low, high)
+    return string.format("%s%d-%d", message.addressing == ADDRESSING_DEVICE and "" or "group ", low, high)
 end
 
 local function add_addresses(tree, message)
@@ -1150,8 +1150,6 @@ local function add_payload(tree, tvb, message)
         return tree:add(fields.payload, tvb(0, message.payload_size))
     end
 end
-
-local STATUS_OPERATING_WITH_WARNING = 6
 
 local function add_data(tree, tvb, message, identifier)
     add_header(tree, HEADER, identifier)
@@ -1325,7 +1323,7 @@ end
 
 function Devices:count_data(source)
     local time = counted_value("time")
-    local to_group = counted_value("addressing") == 0
+    local to_group = counted_value("addressing") == ADDRESSING_GROUP
     -- What answers for a group has the group for its source.
     local sender = self:row(to_group and time and GROUP or DEVICE, source)
     local receiver = self:row(to_group and not time and GROUP or DEVICE, counted_value("target"))
