@@ -209,6 +209,13 @@ class Links(Captured):
         captures.write_pcapng(path, [(0, ask), (1, tell), (0, tell)])
         self.assertEqual(self.links(path), [([3], []), ([], []), ([], [1])])
 
+    def test_interfaces_of_a_cooked_capture_are_apart(self):
+        path = self.folder / "any.pcap"
+        ask, tell = captures.frame(ASK), captures.frame(TELL)
+        packets = [captures.cooked_2(*one) for one in ((3, ask), (4, tell), (3, tell))]
+        captures.write_pcap(path, captures.LINK_COOKED_2, packets)
+        self.assertEqual(self.links(path), [([3], []), ([], []), ([], [1])])
+
     def test_a_request_without_response_is_told(self):
         rows = tools.columns(self.capture([ASK, TELL, ASK]), ["tarn.expert.no_response"], "-2", "-Y", "tarn")
         self.assertEqual([bool(row["tarn.expert.no_response"]) for row in rows], [False, False, True])

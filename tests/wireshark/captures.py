@@ -4,7 +4,7 @@ import random
 import struct
 
 EXTENDED, REMOTE, ERROR = 0x80000000, 0x40000000, 0x20000000
-LINK_SOCKETCAN, LINK_COOKED = 227, 113
+LINK_SOCKETCAN, LINK_COOKED, LINK_COOKED_2 = 227, 113, 276
 COOKED_HEADER = struct.pack(">HHHQ", 0, 280, 0, 0)
 CAN, CAN_FD = b"\0\x0C", b"\0\x0D"
 
@@ -19,6 +19,12 @@ def cooked(socket_can):
     """The packet behind a cooked header, where the identifier has the byte order of the host."""
     protocol = CAN if len(socket_can) <= 16 else CAN_FD
     return COOKED_HEADER + protocol + socket_can[3::-1] + socket_can[4:]
+
+
+def cooked_2(interface, socket_can):
+    """As tcpdump writes it of all interfaces."""
+    header = struct.pack(">2sHIHBBQ", CAN, 0, interface, 280, 0, 0, 0)
+    return header + socket_can[3::-1] + socket_can[4:]
 
 
 def frame(literal):

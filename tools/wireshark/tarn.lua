@@ -143,6 +143,7 @@ local can_error = Field.new("can.flags.err")
 local can_flexible = Field.new("canfd.flags.brs")
 local frame_time = Field.new("frame.time_epoch")
 local frame_interface = Field.new("frame.interface_id")
+local cooked_interface = Field.new("sll.ifindex") -- of a capture of all interfaces
 
 -- What the statistics count.
 local counted = {}
@@ -848,7 +849,7 @@ end
 forget_links()
 
 local function link_key(message, requester, responder)
-    local interface = frame_interface()
+    local interface = cooked_interface() or frame_interface()
     return table.concat({
         interface and tostring(interface.value) or "", requester, responder, message.register,
         message.access, message.addressing, message.mode, message.module,
