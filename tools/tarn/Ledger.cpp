@@ -41,8 +41,10 @@ std::string DescribeLedger(const CanBusCounters& counters)
     words.AddAlways(counters.droppedByKernel, "dropped by the kernel");
     words.Add(counters.handlerExceptions, "exceptions");
     words.Add(counters.sent, "sent");
+    words.Add(counters.unconfirmed, "of them in doubt");
     words.Add(counters.sendRetries, "waits for a full queue");
     words.Add(counters.sendFailures, "could not be sent");
+    words.Add(counters.disconnections, "times disconnected");
     return words.Text();
 }
 

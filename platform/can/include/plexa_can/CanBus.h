@@ -22,6 +22,9 @@ namespace tarn
 ///             bus had
 ///     log:FILE        a LogReplayDispatcher
 ///         speed=FACTOR|max  loop=0|1  record=FILE
+///     socketcand:HOST:PORT/BUS  a SocketCandDispatcher: the bus BUS of a server over TCP
+///         timeout=MS  connect=MS  reconnect=0|1  keepalive=MS
+///             without :PORT it is 29536; an address of IPv6 stands in brackets
 ///
 /// Numbers are decimal. What is not given is as in the class's own options. See BusName for the
 /// form of a name.
