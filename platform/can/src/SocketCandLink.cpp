@@ -215,12 +215,12 @@ int SocketCandLink::Send(const std::string& text, unsigned int frames,
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t size = mSystem.Send(mDescriptor, text.data() + done, text.size() - done);
-        if (size >= 0)
-            done += static_cast<std::size_t>(size);
-        else if (errno == EAGAIN && !isFull())
+        const int error = size < 0 ? errno : 0;
+        if (error != 0 && error != EAGAIN && error != EINTR)
+            return error;
+        if (error == EAGAIN && !isFull())
             return done == 0 ? EAGAIN : ETIMEDOUT;
-        else if (errno != EAGAIN && errno != EINTR)
-            return errno;
+        done += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
     }
     const std::lock_guard<std::mutex> lock(mMutex);
     mFramesSent += frames;
