@@ -66,6 +66,13 @@ void BusSender::TakeOutcomes(std::vector<Outcome>& outcomes)
     ::eventfd_read(mWakeUp, &wakeUps);
 }
 
+void BusSender::AwaitBegun(Clock::time_point until)
+{
+    std::unique_lock<std::mutex> lock(mMutex);
+    const std::uint64_t begun = mBegun;
+    mSendEnded.wait_until(lock, until, [&] { return mEnded >= begun; });
+}
+
 void BusSender::Run()
 {
     std::unique_lock<std::mutex> lock(mMutex);
@@ -76,12 +83,15 @@ void BusSender::Run()
         Outcome item = std::move(mWaiting.front());
         mWaiting.pop_front();
         const bool isLate = Clock::now() >= mEnd;
+        ++mBegun;
         lock.unlock();
         if (isLate)
             item.failure = "the server ends";
         else
             SendOne(item);
         lock.lock();
+        ++mEnded;
+        mSendEnded.notify_all();
         mDone.push_back(std::move(item));
         if (mDone.size() == 1)
             ::eventfd_write(mWakeUp, 1);

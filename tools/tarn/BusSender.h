@@ -47,6 +47,9 @@ public:
     /// Replaces outcomes by those since the last call.
     void TakeOutcomes(std::vector<Outcome>& outcomes);
 
+    /// Waits, at most until a time, for the end of a Send() that has begun.
+    void AwaitBegun(Clock::time_point until);
+
     /// Becomes readable when there are outcomes.
     int GetDescriptor() const { return mWakeUp; }
 
@@ -58,8 +61,11 @@ private:
     const int mWakeUp;
     std::mutex mMutex;
     std::condition_variable mChanged;
+    std::condition_variable mSendEnded;
     std::deque<Outcome> mWaiting;
     std::vector<Outcome> mDone;
+    std::uint64_t mBegun = 0; ///< calls of Send()
+    std::uint64_t mEnded = 0;
     bool mStopping = false;
     Clock::time_point mEnd = Clock::time_point::max();
     std::thread mThread;

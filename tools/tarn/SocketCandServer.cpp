@@ -30,7 +30,8 @@ enum tSource : std::uint64_t {
     FIRST_CLIENT
 };
 
-constexpr int BACKLOG = 128;
+/// Connections that wait to be taken; beyond it those of honest clients would be delayed too.
+constexpr int BACKLOG = 4096;
 
 /// Connections taken in a row; the others wait until the clients had their turn.
 constexpr int MOST_ACCEPTED = 64;
@@ -45,6 +46,9 @@ constexpr std::chrono::milliseconds TIME_TO_LEAVE(1000);
 constexpr std::chrono::milliseconds ACCEPT_PAUSE(100);
 
 constexpr std::chrono::milliseconds BEACON_INTERVAL(2000);
+
+/// More than a bus that is not stuck takes for a frame.
+constexpr std::chrono::milliseconds TIME_TO_SEND(20);
 
 constexpr int SEND_BUFFER_BYTES = 256 * 1024;
 
@@ -204,6 +208,7 @@ void SocketCandServer::Serve(Clock::time_point until)
         if (!WaitForInput(mWaitSet->Get(), std::min(until, NextDeadline())))
             break;
         TakeEvents();
+        ReadOn();
         WriteOut();
         LookAtDeadlines(Clock::now());
         SweepUp();
@@ -358,14 +363,16 @@ void SocketCandServer::OpenBus(ServerClient& client, const std::string& name)
     Answer(client, "< ok >");
 }
 
-/// From the answer on the client misses nothing, and what came before it is not for it.
+/// From the answer on, which is not written before the end of the turn, the client misses nothing;
+/// what came before it is not for it.
 void SocketCandServer::EnterRawMode(ServerClient& client)
 {
-    ListenToBus();
     HandOutBusFrames();
     Answer(client, "< ok >");
-    if (client.GetState() == ServerClient::STATE_OPEN)
-        client.SetState(ServerClient::STATE_RAW);
+    if (client.GetState() != ServerClient::STATE_OPEN)
+        return;
+    client.SetState(ServerClient::STATE_RAW);
+    ListenToBus();
 }
 
 void SocketCandServer::PassOn(std::uint64_t id, ServerClient& client, const CanMessage& frame)
@@ -400,9 +407,15 @@ void SocketCandServer::ListenToBus()
     mIsListening = true;
 }
 
+/// A device may answer before the sender of the question knows that it was sent. Everybody hears
+/// the question first, but for a bus that is stuck.
 void SocketCandServer::HandOutBusFrames()
 {
     mQueue.TakeAll(mFrames);
+    if (mFrames.empty())
+        return;
+    mSender.AwaitBegun(Clock::now() + TIME_TO_SEND);
+    HandOutOutcomes();
     for (const CanMessage& frame : mFrames)
         HandOut(frame, 0);
 }
@@ -421,6 +434,11 @@ void SocketCandServer::HandOutOutcomes()
         else if (isThere)
             Complain(*sender->second, "not sent: " + outcome.failure);
     }
+}
+
+/// Reads on from clients that had too many frames on their way.
+void SocketCandServer::ReadOn()
+{
     for (const auto& entry : mClients) {
         if (entry.second->HasInput())
             TakeElements(entry.first, *entry.second);

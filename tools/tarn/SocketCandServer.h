@@ -104,6 +104,7 @@ private:
 
     void HandOutBusFrames();
     void HandOutOutcomes();
+    void ReadOn();
     void HandOut(const CanMessage& frame, std::uint64_t except);
     void DropSlow(ServerClient& client);
     void Leave(ServerClient& client);
