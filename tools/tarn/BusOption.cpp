@@ -15,8 +15,9 @@ void BusOption::AddOption(CLI::App& verb)
 {
     verb.add_option("-b,--bus", mName,
                     "The bus: an interface like can0 (short for socketcan:can0),\n"
-                    "virtual:NAME, log:FILE or socketcand:HOST:PORT/BUS, with\n"
-                    "?key=value&... for options. Default: TARN_BUS of the environment")
+                    "virtual:NAME (of this process; 'tarn serve' shares one), log:FILE or\n"
+                    "socketcand:HOST:PORT/BUS (of a server), with ?key=value&... for\n"
+                    "options. Default: TARN_BUS of the environment")
         ->type_name("BUS")
         ->envname("TARN_BUS")
         ->group("Bus");

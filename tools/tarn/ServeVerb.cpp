@@ -37,7 +37,7 @@ constexpr const char* EXAMPLES = R"(Examples:
   tarn serve can0 --listen 0.0.0.0:29536 --allow 192.168.1.0/24
   tarn serve can0 --read-only
   tarn serve virtual:desk --listen 127.0.0.1:0 --duration 100ms
-  tarn serve virtual:desk --listen [::1]:0 --max-clients 2 --duration 100ms)";
+  tarn serve virtual:desk --listen 127.0.0.1:0 --read-only --duration 100ms)";
 
 class ServeVerb : public iVerb
 {

@@ -154,6 +154,8 @@ private:
         std::size_t size = 0;
         if (!Identifier(Word()) || !Length(Word(), size))
             return false;
+        if (remote && mElement.frame.HasError())
+            return Refuse("an error frame is no remote request");
         std::array<unsigned char, CanMessage::MAX_DATA_SIZE> bytes = {};
         for (std::size_t at = 0; !remote && at < size; ++at) {
             std::uint64_t byte = 0;
@@ -179,6 +181,8 @@ private:
             return false;
         if (!AtEnd())
             return Refuse("a remote request has no bytes");
+        if (mElement.frame.HasError())
+            return Refuse("an error frame is no remote request");
         SetData(true, nullptr, size);
         return Accept(Element::KIND_FRAME);
     }

@@ -37,7 +37,8 @@ struct CanBusCounters {
     unsigned long long duplicated = 0;
     /// Exceptions that left a handler.
     unsigned long long handlerExceptions = 0;
-    /// Frames that Send() handed over: to the kernel, the virtual bus, the record of a log.
+    /// Frames that Send() handed over: to the kernel, the virtual bus, the record of a log, the
+    /// connection to a server.
     unsigned long long sent = 0;
     /// Times that Send() met a full queue and waited. A CAN interface is asked again and again, a
     /// virtual bus wakes the sender, so it counts a call once.
