@@ -319,8 +319,8 @@ TEST_F(Hostile, AClientThatNeverReadsIsToldAndDropped)
     ExpectHonestClientUnharmed();
     const std::string heardBySlow = slow.HearOut();
     EXPECT_THAT(heardBySlow.substr(heardBySlow.rfind('<')),
-                MatchesRegex("< error too slow: [0-9]+ answers and frames were not read in time "
-                             "and are lost >"));
+                MatchesRegex("< error too slow: [0-9]+ frames were not read in time and are lost, "
+                             "and answers too >"));
     EXPECT_EQ(server->End().dropped, 1u);
 }
 
@@ -491,6 +491,24 @@ TEST(ServePromptBus, TellsTheQuestionAheadOfTheAnswer)
         inOrder += first && second ? 1 : 0;
     }
     EXPECT_GT(inOrder, 40) << "of 50; a loaded machine may miss some";
+}
+
+TEST(ServeStuckBus, TakesNoMoreFramesThanItHasRoomFor)
+{
+    const std::tr1::shared_ptr<StuckBus> bus(new StuckBus);
+    LoopbackServer server(bus);
+    std::string last;
+    // Each leaves its frames behind.
+    for (int i = 0; i < 1000 && last.find("error") == std::string::npos; ++i) {
+        RawClient brief(server.Port());
+        brief.Say("< open bench >< send 1 0 >< send 1 0 >< send 1 0 >< send 1 0 >< send 1 0 >"
+                  "< send 1 0 >< send 1 0 >< echo >");
+        brief.Hear();
+        brief.Hear();
+        last = brief.Hear();
+    }
+    EXPECT_EQ(last, "< error not sent: too many frames wait for the bus >");
+    bus->leave.Open();
 }
 
 // Clients of this project.

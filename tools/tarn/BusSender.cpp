@@ -57,6 +57,12 @@ void BusSender::Put(std::uint64_t sender, const CanMessage& frame)
     mChanged.notify_one();
 }
 
+std::size_t BusSender::CountWaiting()
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mWaiting.size();
+}
+
 void BusSender::TakeOutcomes(std::vector<Outcome>& outcomes)
 {
     outcomes.clear();

@@ -44,6 +44,9 @@ public:
 
     void Put(std::uint64_t sender, const CanMessage& frame);
 
+    /// Frames that were put in and not yet begun to be sent.
+    std::size_t CountWaiting();
+
     /// Replaces outcomes by those since the last call.
     void TakeOutcomes(std::vector<Outcome>& outcomes);
 

@@ -56,10 +56,18 @@ bool ServerClient::WriteOut()
     return true;
 }
 
-std::uint64_t ServerClient::CountWaiting() const
+std::uint64_t ServerClient::CountWaitingFrames() const
 {
-    const auto begin = mOut.begin() + static_cast<std::ptrdiff_t>(mSent);
-    return static_cast<std::uint64_t>(std::count(begin, mOut.end(), '>'));
+    std::uint64_t count = 0;
+    for (std::size_t at = mOut.find('<', mSent); at != std::string::npos;
+         at = mOut.find('<', at + 1)) {
+        const bool isFrame =
+            mOut.compare(at, 8, "< frame ") == 0 || mOut.compare(at, 6, "< rtr ") == 0;
+        // Complaints begin with a small letter.
+        const bool isError = mOut.compare(at, 8, "< error ") == 0 && mOut[at + 8] <= 'F';
+        count += isFrame || isError ? 1u : 0u;
+    }
+    return count;
 }
 
 bool ServerClient::ReadIn()

@@ -47,8 +47,8 @@ public:
     /// Sends what waits, as far as it can be done at once. False when the connection is broken.
     bool WriteOut();
     bool HasOutput() const { return mSent < mOut.size(); }
-    /// Elements that wait.
-    std::uint64_t CountWaiting() const;
+    /// Frames that wait, but for one that is half written.
+    std::uint64_t CountWaitingFrames() const;
 
     /// Takes in what came. False when the client is gone.
     bool ReadIn();

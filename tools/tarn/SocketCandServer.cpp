@@ -37,7 +37,12 @@ constexpr int BACKLOG = 4096;
 constexpr int MOST_ACCEPTED = 64;
 
 /// Frames of one client on their way to the bus. It is not read from while there are as many.
-constexpr unsigned int MOST_UNDER_WAY = 64;
+/// So many that the bus never waits for the client, and so few that a bus which makes each of them
+/// wait for a second does not keep the client from an answer for long.
+constexpr unsigned int MOST_UNDER_WAY = 8;
+
+/// Of all clients, also of those that have gone.
+constexpr std::size_t MOST_WAITING = 4096;
 
 /// For a client to read what it is told at the end.
 constexpr std::chrono::milliseconds TIME_TO_LEAVE(1000);
@@ -150,10 +155,13 @@ SocketCandServer::SocketCandServer(std::tr1::shared_ptr<iCanBus> bus, const Opti
     OpenListener();
     mWaitSet = std::make_unique<Descriptor>(::epoll_create1(EPOLL_CLOEXEC), "no wait set");
     mStop = std::make_unique<Descriptor>(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "no event");
-    Watch(mListener->Get(), SOURCE_LISTENER, EPOLLIN, EPOLL_CTL_ADD);
-    Watch(mStop->Get(), SOURCE_STOP, EPOLLIN, EPOLL_CTL_ADD);
-    Watch(mQueue.GetDescriptor(), SOURCE_BUS, EPOLLIN, EPOLL_CTL_ADD);
-    Watch(mSender.GetDescriptor(), SOURCE_SENDER, EPOLLIN, EPOLL_CTL_ADD);
+    const bool all = Watch(mListener->Get(), SOURCE_LISTENER, EPOLLIN, EPOLL_CTL_ADD) &&
+                     Watch(mStop->Get(), SOURCE_STOP, EPOLLIN, EPOLL_CTL_ADD) &&
+                     Watch(mQueue.GetDescriptor(), SOURCE_BUS, EPOLLIN, EPOLL_CTL_ADD) &&
+                     Watch(mSender.GetDescriptor(), SOURCE_SENDER, EPOLLIN, EPOLL_CTL_ADD);
+    if (!all)
+        throw Trouble("cannot wait for connections: epoll_ctl: " + ErrorText(errno) +
+                      "; see 'ulimit -n'");
     if (options.beacon)
         mBeacon = std::make_unique<Beacon>(*options.beacon, mAddress, options.busName);
 }
@@ -186,15 +194,13 @@ void SocketCandServer::OpenListener()
         fail("getsockname");
 }
 
-void SocketCandServer::Watch(int descriptor, std::uint64_t id, unsigned int interest,
+bool SocketCandServer::Watch(int descriptor, std::uint64_t id, unsigned int interest,
                              int operation) const
 {
     epoll_event event = {};
     event.events = interest;
     event.data.u64 = id;
-    if (::epoll_ctl(mWaitSet->Get(), operation, descriptor, &event) != 0)
-        throw Trouble("cannot wait for a connection: epoll_ctl: " + ErrorText(errno) +
-                      "; see 'ulimit -n'");
+    return ::epoll_ctl(mWaitSet->Get(), operation, descriptor, &event) == 0;
 }
 
 void SocketCandServer::Stop()
@@ -267,7 +273,8 @@ void SocketCandServer::Accept()
             return;
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             mAcceptAgain = Clock::now() + ACCEPT_PAUSE;
-            return Watch(mListener->Get(), SOURCE_LISTENER, 0, EPOLL_CTL_MOD);
+            Watch(mListener->Get(), SOURCE_LISTENER, 0, EPOLL_CTL_MOD);
+            return;
         } // others are of a client that has gone already
     }
 }
@@ -285,13 +292,14 @@ void SocketCandServer::Welcome(int descriptor, const SocketAddress& peer)
         return Refuse(descriptor, "your address is not among those of --allow");
     if (mClients.size() >= mOptions.maxClients)
         return Refuse(descriptor, "too many clients; see --max-clients");
+    const std::uint64_t id = mNextId++;
+    if (!Watch(descriptor, id, EPOLLIN, EPOLL_CTL_ADD))
+        return Refuse(descriptor, "the server has no room");
     SetClientOptions(descriptor);
     ++mCounters.clients;
-    const std::uint64_t id = mNextId++;
     auto client = std::make_unique<ServerClient>(descriptor, peer.Text(), mOptions.queueBytes);
     client->deadline = Clock::now() + mOptions.timeToOpen;
     client->interest = EPOLLIN;
-    Watch(descriptor, id, client->interest, EPOLL_CTL_ADD);
     client->Tell("< hi >");
     mClients.emplace(id, std::move(client));
 }
@@ -381,6 +389,10 @@ void SocketCandServer::PassOn(std::uint64_t id, ServerClient& client, const CanM
         ++mCounters.notTaken;
         return Complain(client, "not sent: this server is read-only");
     }
+    if (mSender.CountWaiting() >= MOST_WAITING) {
+        ++mCounters.notTaken;
+        return Complain(client, "not sent: too many frames wait for the bus");
+    }
     ++client.framesUnderWay;
     mSender.Put(id, frame);
 }
@@ -464,12 +476,12 @@ void SocketCandServer::HandOut(const CanMessage& frame, std::uint64_t except)
 
 void SocketCandServer::DropSlow(ServerClient& client)
 {
-    const std::uint64_t waiting = client.CountWaiting();
+    const std::uint64_t waiting = client.CountWaitingFrames();
     ++mCounters.dropped;
     mCounters.lost += waiting;
-    mCounters.told -= std::min(waiting, mCounters.told);
-    client.Dismiss("too slow: " + std::to_string(waiting + 1) +
-                   " answers and frames were not read in time and are lost");
+    mCounters.told -= waiting;
+    client.Dismiss("too slow: " + std::to_string(waiting) +
+                   " frames were not read in time and are lost, and answers too");
     Leave(client);
 }
 

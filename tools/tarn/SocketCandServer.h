@@ -85,7 +85,7 @@ private:
     class Beacon;
 
     void OpenListener();
-    void Watch(int descriptor, std::uint64_t id, unsigned int interest, int operation) const;
+    bool Watch(int descriptor, std::uint64_t id, unsigned int interest, int operation) const;
     void TakeEvents();
     void TakeEvent(std::uint64_t id, unsigned int events);
     void Accept();

@@ -366,7 +366,7 @@ void SocketCandDispatcher::Core::Settle(const Link& link, Clock::time_point end)
         return;
     const unsigned long long wanted = link->EchoesSent();
     while (link->EchoesSeen() < wanted) {
-        if (!AwaitInput(*link, end))
+        if (mSystem.Now() >= end || !AwaitInput(*link, end))
             return Lose(link, "no answer to < echo >", ETIMEDOUT);
         const int error =
             link->Receive([this](const SocketCandElement& element) { Take(element); });

@@ -157,7 +157,7 @@ void SocketCandLink::Expect(SocketCandElement::tKind kind, const char* step, Clo
 
 void SocketCandLink::AwaitInput(const char* step, Clock::time_point end)
 {
-    if (!Await(POLLIN, end))
+    if (mSystem.Now() >= end || !Await(POLLIN, end))
         Refuse(step, ETIMEDOUT, "see whether the server is well, or raise the option connect");
     const ssize_t size = mSystem.Receive(mDescriptor, mBuffer.data(), mBuffer.size());
     if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR))

@@ -56,6 +56,12 @@ public:
                   static_cast<ssize_t>(text.size()));
     }
 
+    /// False when the other side is gone.
+    bool TrySay(const std::string& text) const
+    {
+        return ::send(mConnection, text.data(), text.size(), MSG_NOSIGNAL) > 0;
+    }
+
     /// Waits until the other side has said something that ends so; returns all since the last call.
     std::string HearUntil(const std::string& end)
     {

@@ -257,6 +257,41 @@ TEST_F(SocketCand, GivesUpOnAServerThatSaysNothing)
                           "is well"));
 }
 
+TEST_F(SocketCand, GivesUpOnAServerThatTalksAndNeverAnswers)
+{
+    SocketCandDispatcher::Options options = Patient();
+    options.connectTimeout = 200;
+    std::atomic<bool> done{false};
+    std::thread talking([&] {
+        server.Accept();
+        server.Say("< hi >");
+        while (!done && server.TrySay("< frame 001 1.0  >< frame 001 1.0  >"))
+            ;
+    });
+    EXPECT_THAT(FailureOfOpen(options, [] {}),
+                HasSubstr("asking for the bus: Connection timed out"));
+    done = true;
+    talking.join();
+}
+
+TEST_F(SocketCand, StartsOverAServerThatTalksAndNeverReturnsTheEcho)
+{
+    SocketCandDispatcher::Options options = Patient();
+    options.connectTimeout = 2000;
+    Open(options);
+    std::atomic<bool> done{false};
+    std::thread talking([&] {
+        while (!done && server.TrySay("< frame 001 1.0  >"))
+            ;
+    });
+    FrameRecorder handler;
+    core->Start(&handler);
+    core->Stop(&handler);
+    EXPECT_FALSE(core->IsConnected());
+    done = true;
+    talking.join();
+}
+
 TEST_F(SocketCand, TellsWhatTheServerSays)
 {
     const auto refuse = [this] {
