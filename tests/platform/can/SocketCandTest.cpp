@@ -603,6 +603,22 @@ TEST_F(SocketCand, HearsOnWhereTheSystemFailsToWait)
 
 // Going.
 
+TEST_F(SocketCand, WaitsAtTheEndForTheServerToConfirmWhatWasSent)
+{
+    Open();
+    Send(1);
+    std::atomic<bool> gone{false};
+    std::thread closing([&] {
+        core->Close();
+        gone = true;
+    });
+    EXPECT_EQ(server.HearUntil("< echo >"), "< send 00000001 1 20 >< echo >");
+    EXPECT_FALSE(gone) << "closed while the frame may be on its way";
+    server.Say("< frame 001 1.0  >< echo >");
+    closing.join();
+    EXPECT_EQ(Ledger(), "received 1, unheard 1, sent 1");
+}
+
 TEST_F(SocketCand, GoesWhenTheServerDoesNotConfirm)
 {
     Open();
