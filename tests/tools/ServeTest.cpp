@@ -658,6 +658,33 @@ TEST(ServeVerb, RefusesWhatItCannotDo)
     EXPECT_THAT(nobody.err, HasSubstr("the server says \"no bus can7 here; there is desk\""));
 }
 
+TEST(ServeVerb, EndsTheVerbsOfItsClientsUnlessTheyAreToComeBack)
+{
+    ServeProcess serve("virtual:desk");
+    const std::string bus = "socketcand:" + serve.where + "/desk";
+    support::RunningCommand dump(
+        {"/bin/bash", "-c", "exec " TARN_COMMAND " dump -b " + bus + " --time none 2>&1"});
+    RawClient client(serve.port);
+    client.OpenBus("desk");
+    std::atomic<bool> isHeard{false};
+    std::thread sending([&] { // it may not listen yet
+        while (!isHeard && client.Say("< send 0F800001 1 20 >"))
+            std::this_thread::sleep_for(milliseconds(20));
+    });
+    EXPECT_THAT(dump.ReadLine(), HasSubstr("READ  request"));
+    isHeard = true;
+    sending.join();
+    serve.Stop(SIGTERM);
+    std::string line;
+    do
+        line = dump.ReadLine();
+    while (line.find("READ  request") != std::string::npos);
+    EXPECT_THAT(line, testing::StartsWith("tarn dump: "));
+    EXPECT_THAT(line + dump.ReadLine() + dump.ReadLine(),
+                HasSubstr("the connection was lost: the server closed it"));
+    EXPECT_EQ(dump.Wait(), 1);
+}
+
 TEST(ServeVerb, LetsTwoProcessesShareABus)
 {
     ServeProcess serve("virtual:desk");

@@ -85,8 +85,8 @@ bool SocketAddress::IsLoopback() const
     std::array<unsigned char, IPV6_SIZE> bytes = {};
     if (BytesOf(*this, bytes) == IPV4_SIZE)
         return bytes[0] == 127;
-    const auto last = bytes.end() - 1;
-    return *last == 1 && std::all_of(bytes.begin(), last, [](unsigned char b) { return b == 0; });
+    return bytes.back() == 1 &&
+           std::all_of(bytes.begin(), bytes.end() - 1, [](unsigned char b) { return b == 0; });
 }
 
 SocketAddress ParseSocketAddress(const std::string& option, const std::string& text)

@@ -50,6 +50,12 @@ std::string DescribeLedger(const CanBusCounters& counters)
 
 void DropWatch::Look(const CanBusCounters& counters)
 {
+    if (counters.disconnections > mDisconnections)
+        std::fprintf(stderr,
+                     "%s: %s: the connection broke: what came over the bus meanwhile was not "
+                     "heard; with ?reconnect=1 it is made again\n",
+                     mVerb.c_str(), mBus.c_str());
+    mDisconnections = counters.disconnections;
     if (counters.droppedByKernel <= mTold)
         return;
     std::fprintf(stderr,

@@ -134,6 +134,13 @@ bool SocketCandDispatcher::Core::IsConnected()
     return CurrentLink() != nullptr;
 }
 
+std::string SocketCandDispatcher::Core::GetFailure()
+{
+    const std::lock_guard<std::mutex> lock(mLinkMutex);
+    const bool isOver = mLink == nullptr && !mOptions.reconnect && !mClosed;
+    return isOver ? mName + ": " + mWhyLost : "";
+}
+
 void SocketCandDispatcher::Core::Start(iCanMessageHandler* handler)
 {
     const std::lock_guard<std::mutex> lock(mMutex);

@@ -39,6 +39,7 @@ public:
     void Send(const CanMessage& frame);
     CanBusCounters GetCounters();
     bool IsConnected();
+    std::string GetFailure();
 
 private:
     using Clock = iTcpSystem::Clock;

@@ -108,4 +108,9 @@ bool SocketCandDispatcher::IsConnected() const
     return mCore->IsConnected();
 }
 
+std::string SocketCandDispatcher::GetFailure() const
+{
+    return mCore->GetFailure();
+}
+
 } // namespace tarn

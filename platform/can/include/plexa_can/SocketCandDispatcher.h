@@ -87,6 +87,9 @@ public:
 
     bool IsConnected() const;
 
+    /// Why the connection broke for good; empty while there is one, or it is to be made again.
+    std::string GetFailure() const;
+
     class Core;
 
 private:
