@@ -8,7 +8,7 @@ import re
 import sys
 
 STD = r"<[a-z0-9_]+>|<tr1/[a-z_]+>"
-OS = r"<(?:sys|linux|net|arpa|netinet)/[\w/]+\.h>|<(?:unistd|fcntl|poll|signal|pthread|time|termios|getopt|cxxabi|dirent|sched)\.h>"
+OS = r"<(?:sys|linux|net|arpa|netinet)/[\w/]+\.h>|<(?:unistd|fcntl|poll|signal|pthread|time|termios|getopt|cxxabi|dirent|netdb|sched)\.h>"
 POCO = r"<Poco/[\w/]+\.h>"
 POCO_MUTEX = r"<Poco/(?:Mutex|Exception)\.h>"
 TARN = r"<tarn/\w+\.h>"

@@ -24,7 +24,9 @@ inline std::string LedgerText(const CanBusCounters& counters)
         {"handlerExceptions", counters.handlerExceptions},
         {"sent", counters.sent},
         {"sendRetries", counters.sendRetries},
-        {"sendFailures", counters.sendFailures}};
+        {"sendFailures", counters.sendFailures},
+        {"unconfirmed", counters.unconfirmed},
+        {"disconnections", counters.disconnections}};
     std::string text;
     for (const auto& figure : figures) {
         if (figure.second != 0)

@@ -15,8 +15,9 @@ void BusOption::AddOption(CLI::App& verb)
 {
     verb.add_option("-b,--bus", mName,
                     "The bus: an interface like can0 (short for socketcan:can0),\n"
-                    "virtual:NAME or log:FILE, with ?key=value&... for options.\n"
-                    "Default: TARN_BUS of the environment")
+                    "virtual:NAME (of this process; 'tarn serve' shares one), log:FILE or\n"
+                    "socketcand:HOST:PORT/BUS (of a server), with ?key=value&... for\n"
+                    "options. Default: TARN_BUS of the environment")
         ->type_name("BUS")
         ->envname("TARN_BUS")
         ->group("Bus");
@@ -32,7 +33,9 @@ std::string BusOption::GetName() const
 
 std::string BusOption::GetShortName() const
 {
-    const std::string address = ParseBusName(GetName()).address;
+    std::string address = ParseBusName(GetName()).address;
+    if (ParseBusName(GetName()).scheme == "socketcand")
+        address.erase(0, address.find('/') + 1); // host and port stand ahead of the bus
     return IsLog() ? "" : address.substr(0, CandumpLine::INTERFACE_SIZE - 1);
 }
 

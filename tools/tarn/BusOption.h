@@ -32,8 +32,8 @@ public:
     /// @throws Failure when no bus was named
     std::string GetName() const;
 
-    /// What stands for the bus in a line of output, in at most 15 characters: the interface or the
-    /// name of a virtual bus; empty for a log.
+    /// What stands for the bus in a line of output, in at most 15 characters: the interface, the
+    /// name of a virtual bus, of a bus over TCP that at its server; empty for a log.
     std::string GetShortName() const;
 
     /// True for a log, which has an end and can wait.

@@ -10,6 +10,7 @@
 #include "RequestVerb.h"
 #include "ScanVerb.h"
 #include "SendVerb.h"
+#include "ServeVerb.h"
 #include "SimulateVerb.h"
 
 #include <plexa_can/CanException.h>
@@ -94,6 +95,7 @@ int RunTarn(int argc, const char* const* argv)
     verbs.push_back(MakeReplayVerb(command));
     verbs.push_back(MakeScanVerb(command));
     verbs.push_back(MakeSimulateVerb(command));
+    verbs.push_back(MakeServeVerb(command));
     verbs.push_back(MakeDemoVerb(command));
     try {
         command.parse(argc, argv);

@@ -41,13 +41,21 @@ std::string DescribeLedger(const CanBusCounters& counters)
     words.AddAlways(counters.droppedByKernel, "dropped by the kernel");
     words.Add(counters.handlerExceptions, "exceptions");
     words.Add(counters.sent, "sent");
+    words.Add(counters.unconfirmed, "of them in doubt");
     words.Add(counters.sendRetries, "waits for a full queue");
     words.Add(counters.sendFailures, "could not be sent");
+    words.Add(counters.disconnections, "times disconnected");
     return words.Text();
 }
 
 void DropWatch::Look(const CanBusCounters& counters)
 {
+    if (counters.disconnections > mDisconnections)
+        std::fprintf(stderr,
+                     "%s: %s: the connection broke: what came over the bus meanwhile was not "
+                     "heard; with ?reconnect=1 it is made again\n",
+                     mVerb.c_str(), mBus.c_str());
+    mDisconnections = counters.disconnections;
     if (counters.droppedByKernel <= mTold)
         return;
     std::fprintf(stderr,

@@ -3,6 +3,7 @@
 #include "Failure.h"
 
 #include <plexa_can/LogReplayDispatcher.h>
+#include <plexa_can/SocketCandDispatcher.h>
 
 #include <algorithm>
 
@@ -57,9 +58,13 @@ void LiveBus::SetFrame(const CanMessage& frame)
     mLine.timeDecimals = TIME_DECIMALS;
 }
 
-/// A log ends; what it delivered before it said so is in the queue.
+/// A log ends, and a connection to a server may; what came before is in the queue.
 bool LiveBus::HasEnded() const
 {
+    const auto* const connection = dynamic_cast<const SocketCandDispatcher*>(mBus.get());
+    if (connection != nullptr && !connection->GetFailure().empty())
+        throw Trouble(connection->GetFailure() +
+                      "; start again, or name the bus with ?reconnect=1");
     const auto* const log = dynamic_cast<const LogReplayDispatcher*>(mBus.get());
     if (log == nullptr || !log->IsFinished())
         return false;

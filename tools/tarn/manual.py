@@ -22,7 +22,7 @@ _tarn() {
     fi
     case $verb:$previous in
     *:-b | *:--bus)
-        local buses="virtual: log:"
+        local buses="virtual: log: socketcand:"
         for type in /sys/class/net/*/type; do
             [[ $(<"$type") != 280 ]] || buses+=" $(basename "$(dirname "$type")")"
         done 2>/dev/null

@@ -5,6 +5,7 @@
 #include <plexa_can/CanException.h>
 #include <plexa_can/LogReplayDispatcher.h>
 #include <plexa_can/SocketCanDispatcher.h>
+#include <plexa_can/SocketCandDispatcher.h>
 #include <plexa_can/VirtualCanBus.h>
 
 #include <algorithm>
@@ -79,6 +80,18 @@ Connection OpenSocketCan(const BusName& name)
     return SocketCanDispatcher::Create(name.address, can);
 }
 
+Connection OpenSocketCand(const BusName& name)
+{
+    SocketCandDispatcher::Options tcp;
+    BusOptions options(name);
+    options.ReadWhole("timeout", tcp.sendTimeout, 0, MOST_MILLISECONDS);
+    options.ReadWhole("connect", tcp.connectTimeout, 1, MOST_MILLISECONDS);
+    options.ReadSwitch("reconnect", tcp.reconnect);
+    options.ReadWhole("keepalive", tcp.keepAlive, 0, MOST_MILLISECONDS);
+    options.RequireAllKnown();
+    return SocketCandDispatcher::Create(ParseSocketCandAddress(name.address), tcp);
+}
+
 struct Scheme {
     const char* name;
     const char* example;
@@ -87,7 +100,8 @@ struct Scheme {
 
 constexpr Scheme SCHEMES[] = {{"socketcan", "socketcan:can0", OpenSocketCan},
                               {"virtual", "virtual:bench", OpenVirtual},
-                              {"log", "log:drive.log?speed=2", OpenLog}};
+                              {"log", "log:drive.log?speed=2", OpenLog},
+                              {"socketcand", "socketcand:127.0.0.1:29536/can0", OpenSocketCand}};
 
 } // namespace
 

@@ -102,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"UnknownScheme", "serial:x",
                  "bus name 'serial:x': unknown scheme 'serial'; there are: socketcan "
                  "(socketcan:can0), virtual (virtual:bench), "
-                 "log (log:drive.log?speed=2)"},
+                 "log (log:drive.log?speed=2), socketcand (socketcand:127.0.0.1:29536/can0)"},
         NameCase{"UnknownVirtualKey", "virtual:x?speed=1",
                  "bus virtual:x: unknown option 'speed'; there are: delivery, queue, timeout, "
                  "bitrate, loss, duplication, error, delay, seed"},
@@ -112,6 +112,23 @@ INSTANTIATE_TEST_SUITE_P(
             "UnknownSocketCanKey", "socketcan:can0?bitrate=1",
             "bus socketcan:can0: unknown option 'bitrate'; there are: errors, buffer, timeout, "
             "priority"},
+        NameCase{"UnknownSocketCandKey", "socketcand:127.0.0.1:1/x?speed=1",
+                 "bus socketcand:127.0.0.1:1/x: unknown option 'speed'; there are: timeout, "
+                 "connect, reconnect, keepalive"},
+        NameCase{"NoBusOverTcp", "socketcand:127.0.0.1:29536",
+                 "address '127.0.0.1:29536': is not HOST:PORT/BUS; write it like "
+                 "192.168.1.20:29536/can0 or [::1]:29536/can0"},
+        NameCase{"NoHost", "socketcand::29536/can0", "names no host"},
+        NameCase{"NoHostInBrackets", "socketcand:[]:29536/can0", "names no host"},
+        NameCase{"NobodyAtAll", "socketcand:/can0", "is not HOST:PORT/BUS"},
+        NameCase{"OpenBracket", "socketcand:[::1:29536/can0", "a '[' without its ']'"},
+        NameCase{"BareIpv6", "socketcand:::1/can0", "names no host"},
+        NameCase{"PortZero", "socketcand:h:0/can0", "the port is no number from 1 to 65535"},
+        NameCase{"PortTooHigh", "socketcand:h:65536/can0", "no number from 1 to 65535"},
+        NameCase{"PortOfWords", "socketcand:h:http/can0", "no number from 1 to 65535"},
+        NameCase{"RestBehindBracket", "socketcand:[::1]x/can0", "no number from 1 to 65535"},
+        NameCase{"NoNameOfBus", "socketcand:h:1/", "the bus has no name of 1 to 64"},
+        NameCase{"BracketInBus", "socketcand:h:1/a>b", "the bus has no name of 1 to 64"},
         NameCase{"Delivery", "virtual:x?delivery=post",
                  "bus virtual:x: option delivery: 'post' is not threaded or inline"},
         NameCase{"QueueZero", "virtual:x?queue=0", "'0' is not a whole number from 1 to 1048576"},

@@ -14,7 +14,9 @@ namespace tarn
 ///
 ///     socketcan:NAME  a SocketCanDispatcher on the interface NAME
 ///         errors=0|1  buffer=BYTES  timeout=MS  priority=0..99
-///     virtual:NAME    a node on VirtualCanBus::Open(NAME)
+///     virtual:NAME    a node on VirtualCanBus::Open(NAME): a bus of this process alone, which
+///     "tarn
+///                     serve" offers to others
 ///         delivery=threaded|inline  queue=FRAMES  timeout=MS  bitrate=BITS
 ///             the bus's options; they count for the first who opens the bus
 ///         loss=P  duplication=P  error=P  delay=MS  seed=NUMBER
@@ -22,6 +24,9 @@ namespace tarn
 ///             bus had
 ///     log:FILE        a LogReplayDispatcher
 ///         speed=FACTOR|max  loop=0|1  record=FILE
+///     socketcand:HOST:PORT/BUS  a SocketCandDispatcher: the bus BUS of a server over TCP
+///         timeout=MS  connect=MS  reconnect=0|1  keepalive=MS
+///             without :PORT it is 29536; an address of IPv6 stands in brackets
 ///
 /// Numbers are decimal. What is not given is as in the class's own options. See BusName for the
 /// form of a name.

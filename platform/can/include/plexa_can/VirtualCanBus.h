@@ -14,7 +14,8 @@ namespace tarn
 
 class VirtualCanNode;
 
-/// A CAN bus inside the process, for tests, simulations and machines without CAN hardware.
+/// A CAN bus inside the process, for tests, simulations and machines without CAN hardware. Other
+/// processes have their own bus of the same name; SocketCandDispatcher and "tarn serve" share one.
 ///
 /// Every frame that a node sends reaches every other node, and all of them see all frames in one
 /// and the same order. Nothing is lost without a counter that says so.

@@ -37,13 +37,20 @@ struct CanBusCounters {
     unsigned long long duplicated = 0;
     /// Exceptions that left a handler.
     unsigned long long handlerExceptions = 0;
-    /// Frames that Send() handed over: to the kernel, the virtual bus, the record of a log.
+    /// Frames that Send() handed over: to the kernel, the virtual bus, the record of a log, the
+    /// connection to a server.
     unsigned long long sent = 0;
     /// Times that Send() met a full queue and waited. A CAN interface is asked again and again, a
     /// virtual bus wakes the sender, so it counts a call once.
     unsigned long long sendRetries = 0;
     /// Send() calls that threw, since the bus did not take the frame.
     unsigned long long sendFailures = 0;
+    /// Of a bus over TCP: frames among the sent of which nobody knows whether they reached the
+    /// bus, because the connection broke, or which the far side said it could not send.
+    unsigned long long unconfirmed = 0;
+    /// Of a bus over TCP: times that the connection broke. What came over the bus until it was
+    /// there again is in no figure.
+    unsigned long long disconnections = 0;
 };
 
 /// A connection to a bus that keeps accounts.
