@@ -1,4 +1,5 @@
 #include "Tarn.h"
+#include "support/Await.h"
 #include "support/CaseName.h"
 #include "support/Tmux.h"
 
@@ -242,8 +243,8 @@ TEST(Monitor, GivesTheTerminalBackWhileItIsSuspended)
     EXPECT_THAT(terminal.AwaitText("has stopped"), Not(HasSubstr("from -> to")));
     terminal.Press({"Enter"});
     EXPECT_THAT(terminal.AwaitText("from -> to"), HasSubstr("\n1 -> 5 "));
-    terminal.Press({"Down", "Enter"}); // the keys still have their meaning
-    EXPECT_THAT(terminal.AwaitText("Raw-Header"), HasSubstr("changes"));
+    terminal.Press({"Down", "Down", "Enter"}); // the keys still have their meaning
+    EXPECT_THAT(terminal.AwaitText("Raw-Header"), HasSubstr("\n1 -> 5  16 (0x10) "));
     terminal.Press({"q"});
     EXPECT_EQ(terminal.AwaitEnd(), 0);
     EXPECT_TRUE(terminal.IsAsBefore());
@@ -380,8 +381,12 @@ public:
     int Wait()
     {
         int status = 0;
-        if (mProcess > 0)
-            ::waitpid(mProcess, &status, 0);
+        const auto end = std::chrono::steady_clock::now() + 3 * PATIENCE;
+        while (mProcess > 0 && ::waitpid(mProcess, &status, WNOHANG) == 0) {
+            if (std::chrono::steady_clock::now() > end)
+                Signal(SIGKILL);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
         mProcess = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }

@@ -145,9 +145,7 @@ std::string CursesScreen::Enter()
     ::clearok(curscr, true);
     ::wnoutrefresh(stdscr);
     ::doupdate();
-    // Turned on by a command that is sent only when it was off.
-    ::keypad(stdscr, false);
-    ::keypad(stdscr, true);
+    ::keypad(stdscr, true); // Leave() has turned it off
     return Take();
 }
 
