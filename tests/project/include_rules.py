@@ -8,7 +8,7 @@ import re
 import sys
 
 STD = r"<[a-z0-9_]+>|<tr1/[a-z_]+>"
-OS = r"<(?:sys|linux|net|arpa|netinet)/[\w/]+\.h>|<(?:unistd|fcntl|poll|signal|pthread|time|termios|getopt|cxxabi|dirent|netdb|sched)\.h>"
+OS = r"<(?:sys|linux|net|arpa|netinet)/[\w/]+\.h>|<(?:unistd|fcntl|poll|signal|pthread|time|termios|getopt|cxxabi|dirent|netdb|sched|langinfo)\.h>"
 POCO = r"<Poco/[\w/]+\.h>"
 POCO_MUTEX = r"<Poco/(?:Mutex|Exception)\.h>"
 TARN = r"<tarn/\w+\.h>"
@@ -19,7 +19,7 @@ LOCK = r'"lock/ScopedLock\.h"'
 CAN = r"<plexa_can/\w+\.h>"
 COMMON = r"<plexa_common/\w+\.h>"
 PCAP = r"<pcap/\w+\.h>"
-TOOL_LIBRARIES = r"<CLI/\w+\.hpp>|<rapidjson/[\w/]+\.h>"
+TOOL_LIBRARIES = r"<CLI/\w+\.hpp>|<rapidjson/[\w/]+\.h>|<(?:curses|term)\.h>"
 BENCHMARK = r"<benchmark/benchmark\.h>|<valgrind/callgrind\.h>"
 OWN = "own"  # in quotes, and found in the same folder of the table
 

@@ -1,4 +1,5 @@
 #include "Tarn.h"
+#include "support/Tmux.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -34,13 +35,27 @@ std::vector<std::string> Verbs()
     return verbs;
 }
 
-CommandResult RunInShell(const std::string& line)
+std::string PathWithTarn()
 {
     const std::string command = TARN_COMMAND;
+    return "PATH=" + command.substr(0, command.rfind('/')) + ":/usr/bin:/bin";
+}
+
+CommandResult RunInShell(const std::string& line)
+{
     support::CommandSetup setup;
     setup.directory = PROJECT_DIRECTORY;
-    setup.environment = {"PATH=" + command.substr(0, command.rfind('/')) + ":/usr/bin:/bin"};
+    setup.environment = {PathWithTarn()};
     return RunCommand({"/bin/bash", "-c", "set -eo pipefail\n" + line}, setup);
+}
+
+CommandResult RunOnTerminal(const std::string& line)
+{
+    const tarn::test::Tmux terminal(PathWithTarn() + ' ' + line);
+    CommandResult result;
+    result.exitStatus = terminal.AwaitEnd();
+    result.err = terminal.Errors();
+    return result;
 }
 
 /// Such examples run where there is a CAN kernel.
@@ -67,7 +82,8 @@ TEST(Help, EndsWithExamplesThatRun)
             EXPECT_THAT(example, testing::HasSubstr("tarn " + verb));
             if (NeedsInterface(example))
                 continue;
-            const CommandResult result = RunInShell(example);
+            const CommandResult result =
+                verb == "monitor" ? RunOnTerminal(example) : RunInShell(example);
             EXPECT_EQ(result.exitStatus, 0) << result.err;
             EXPECT_NE(result.out + result.err, "");
         }

@@ -5,6 +5,7 @@
 #include "DumpVerb.h"
 #include "EncodeVerb.h"
 #include "Failure.h"
+#include "MonitorVerb.h"
 #include "RecordVerb.h"
 #include "ReplayVerb.h"
 #include "RequestVerb.h"
@@ -89,6 +90,7 @@ int RunTarn(int argc, const char* const* argv)
     verbs.push_back(MakeDecodeVerb(command));
     verbs.push_back(MakeEncodeVerb(command));
     verbs.push_back(MakeDumpVerb(command));
+    verbs.push_back(MakeMonitorVerb(command));
     verbs.push_back(MakeSendVerb(command));
     verbs.push_back(MakeRequestVerb(command));
     verbs.push_back(MakeRecordVerb(command));

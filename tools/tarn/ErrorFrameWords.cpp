@@ -160,10 +160,19 @@ std::string DescribeErrorFrame(const CanMessage& frame)
     description.Add(CAN_ERR_LOSTARB, LostArbitration(bytes));
     description.Add(CAN_ERR_TRX, Transceiver(bytes));
     description.Add(CAN_ERR_BUSERROR, "bus error");
-    description.Add(COUNTERS_ARE_THERE, "counters: transmit " +
-                                            std::to_string(bytes[TRANSMIT_COUNTER]) + ", receive " +
-                                            std::to_string(bytes[RECEIVE_COUNTER]));
+    if (const auto counters = ErrorCountersOf(frame))
+        description.Add(COUNTERS_ARE_THERE, "counters: transmit " +
+                                                std::to_string(counters->transmit) + ", receive " +
+                                                std::to_string(counters->receive));
     return description.Text();
+}
+
+std::optional<ErrorCounters> ErrorCountersOf(const CanMessage& frame)
+{
+    if (!frame.HasError() || (frame.GetHeader() & COUNTERS_ARE_THERE) == 0)
+        return std::nullopt;
+    const Bytes bytes = BytesOf(frame);
+    return ErrorCounters{bytes[TRANSMIT_COUNTER], bytes[RECEIVE_COUNTER]};
 }
 
 } // namespace tarn::tool

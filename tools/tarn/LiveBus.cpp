@@ -44,9 +44,9 @@ bool LiveBus::WaitForFrames(Clock::time_point until)
 {
     const bool ended = HasEnded();
     const Clock::time_point now = Clock::now();
-    const bool isLast =
-        ended || until <= now || CaughtStopSignal() != 0 ||
-        !WaitForInput(mQueue.GetDescriptor(), std::min(until, now + Clock::duration(PERIOD)));
+    const bool isLast = ended || until <= now || CaughtStopSignal() != 0 ||
+                        !WaitForInput(mQueue.GetDescriptor(), mOtherInput,
+                                      std::min(until, now + Clock::duration(PERIOD)));
     mQueue.TakeAll(mFrames);
     return !isLast;
 }

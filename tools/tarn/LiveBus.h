@@ -34,6 +34,15 @@ public:
     template <typename TAKE, typename PAUSE>
     void Listen(Clock::time_point until, const TAKE& take, const PAUSE& pause);
 
+    /// Inside Listen(): it ends, and pause() is not called any more.
+    void EndListening() { mEnding = true; }
+
+    /// Also calls pause() when a read from this descriptor would not block.
+    void AlsoWaitFor(int descriptor) { mOtherInput = descriptor; }
+
+    /// Says nothing on standard error.
+    void KeepSilent() { mSilent = true; }
+
     CanBusCounters GetCounters() const { return mBus->GetCounters(); }
 
     /// Frames that came faster than they were worked with, for longer than the queue could bear.
@@ -54,13 +63,16 @@ private:
     DropWatch mDrops;
     std::vector<CanMessage> mFrames;
     CandumpLine mLine;
+    int mOtherInput = -1;
+    bool mEnding = false;
+    bool mSilent = false;
 };
 
 template <typename TAKE, typename PAUSE>
 void LiveBus::Listen(Clock::time_point until, const TAKE& take, const PAUSE& pause)
 {
     bool goOn = true;
-    while (goOn) {
+    while (goOn && !mEnding) {
         goOn = WaitForFrames(until);
         for (const CanMessage& frame : mFrames) {
             SetFrame(frame);
@@ -68,7 +80,8 @@ void LiveBus::Listen(Clock::time_point until, const TAKE& take, const PAUSE& pau
                 return pause();
         }
         pause();
-        mDrops.Look(GetCounters());
+        if (!mSilent)
+            mDrops.Look(GetCounters());
     }
 }
 

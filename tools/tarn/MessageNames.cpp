@@ -104,6 +104,11 @@ MessageNames NamesOf(const Installation& installation, const MessageFields& fiel
     return names;
 }
 
+MessageNames NamesOf(const Installation* installation, const MessageFields& fields)
+{
+    return installation == nullptr ? MessageNames() : NamesOf(*installation, fields);
+}
+
 std::string ShownValue(const InstalledValue& value, const PayloadValues& values, std::size_t at)
 {
     if (values.kind == PayloadValues::WHOLE)
@@ -115,15 +120,18 @@ std::string ShownValue(const InstalledValue& value, const PayloadValues& values,
     return {text.data(), result.ptr};
 }
 
+std::string NamedValue(const InstalledRegister& entry, const PayloadValues& values, std::size_t at)
+{
+    const InstalledValue& value = entry.values[at];
+    const std::string text = value.name + '=' + ShownValue(value, values, at);
+    return value.unit.empty() ? text : text + ' ' + value.unit;
+}
+
 std::string ShownValues(const InstalledRegister& entry, const PayloadValues& values)
 {
     std::string text;
-    for (std::size_t at = 0; at < entry.values.size(); ++at) {
-        const InstalledValue& value = entry.values[at];
-        text += (at == 0 ? "" : ", ") + value.name + '=' + ShownValue(value, values, at);
-        if (!value.unit.empty())
-            text += ' ' + value.unit;
-    }
+    for (std::size_t at = 0; at < entry.values.size(); ++at)
+        text += (at == 0 ? "" : ", ") + NamedValue(entry, values, at);
     return text;
 }
 

@@ -24,12 +24,18 @@ struct MessageNames {
 
 MessageNames NamesOf(const Installation& installation, const MessageFields& fields);
 
+/// The same; without an installation (null) there are no names.
+MessageNames NamesOf(const Installation* installation, const MessageFields& fields);
+
 /// The device whose register a message is about: the source of a response, the target of a request;
 /// of a request to a group, the first device of the group that has such a register. Null for none.
 const InstalledDevice* OwnerOf(const Installation& installation, const MessageFields& fields);
 
 /// A value in its unit, with as many digits as the number on the bus bears.
 std::string ShownValue(const InstalledValue& value, const PayloadValues& values, std::size_t at);
+
+/// "set=50 %": the same with its name and unit.
+std::string NamedValue(const InstalledRegister& entry, const PayloadValues& values, std::size_t at);
 
 /// "set=50 %, actual=49.75 %": all values of a message.
 std::string ShownValues(const InstalledRegister& entry, const PayloadValues& values);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace tarn::tool
@@ -59,6 +60,14 @@ public:
     void Flush() {}
 
     bool IsEmpty() const { return mSize == 0; }
+
+    /// Takes what is there for a text instead, at most 256 KiB.
+    std::string TakeText()
+    {
+        std::string text(mBytes.get(), mSize);
+        mSize = 0;
+        return text;
+    }
 
 private:
     static constexpr std::size_t CAPACITY = 256 * 1024;

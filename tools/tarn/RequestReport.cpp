@@ -44,24 +44,6 @@ std::string TargetOf(const TarnMessage& request)
     return text;
 }
 
-MessageNames NamesOf(const Installation* names, const MessageFields& fields)
-{
-    return names == nullptr ? MessageNames() : NamesOf(*names, fields);
-}
-
-void PutPayloadOf(const MessageFields& fields, const Installation* names, OutputBuffer& out)
-{
-    if (const InstalledRegister* const entry = NamesOf(names, fields).values)
-        return out.Put(ShownValues(*entry, fields.values));
-    if (fields.values.kind != PayloadValues::NONE)
-        return PutValues(fields.values, out);
-    if (fields.payloadSize == 0)
-        return;
-    out.Put('[');
-    PutPayload(fields, " ", out);
-    out.Put(']');
-}
-
 class ValueReport : public iRequestReport
 {
 public:
@@ -72,7 +54,7 @@ public:
         if (!result.answered)
             return;
         const MessageFields fields = FieldsOf(result.response);
-        PutPayloadOf(fields, mNames, out);
+        PutData(fields, NamesOf(mNames, fields), out);
         out.Put('\n');
         if (!mQuiet && fields.status != TarnMessage::STATUS_OPERATING)
             Remark(result, fields.status);
@@ -156,7 +138,7 @@ private:
         out.PutLeft(STATUS_WORDS[fields.status], STATUS_WIDTH + GAP.size());
         out.PutLeft(DATA_TYPE_WORDS[fields.dataType], TYPE_WIDTH + GAP.size());
         out.PutLeft(DescribeDuration(result.latency), TIME_WIDTH + GAP.size());
-        PutPayloadOf(fields, mNames, out);
+        PutData(fields, NamesOf(mNames, fields), out);
     }
 
     const Installation* mNames;

@@ -1,6 +1,7 @@
 #include "StopSignal.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <initializer_list>
 #include <poll.h>
@@ -60,9 +61,14 @@ bool WaitForInput(int descriptor)
 
 bool WaitForInput(int descriptor, std::chrono::steady_clock::time_point until)
 {
-    pollfd input = {descriptor, POLLIN, 0};
+    return WaitForInput(descriptor, -1, until);
+}
+
+bool WaitForInput(int descriptor, int other, std::chrono::steady_clock::time_point until)
+{
+    std::array<pollfd, 2> inputs = {{{descriptor, POLLIN, 0}, {other, POLLIN, 0}}};
     const timespec left = TimeLeft(until);
-    ::ppoll(&input, 1, &left, &outsideMask);
+    ::ppoll(inputs.data(), inputs.size(), &left, &outsideMask);
     return caughtSignal == 0;
 }
 

@@ -20,6 +20,9 @@ bool WaitForInput(int descriptor);
 /// The same, at most until a time; then returns true too.
 bool WaitForInput(int descriptor, std::chrono::steady_clock::time_point until);
 
+/// The same, for either of two descriptors; a negative one is left out.
+bool WaitForInput(int descriptor, int other, std::chrono::steady_clock::time_point until);
+
 /// Waits until a write to the descriptor would not block. Once a stop signal has come, it waits one
 /// more second and then returns false.
 bool WaitForRoom(int descriptor);

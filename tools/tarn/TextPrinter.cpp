@@ -25,17 +25,6 @@ constexpr std::string_view YELLOW = "\x1b[33m";
 constexpr std::string_view RED = "\x1b[31m";
 constexpr std::string_view PLAIN = "\x1b[0m";
 
-void PutTimeOfDay(const CandumpLine& line, OutputBuffer& out)
-{
-    const std::uint64_t seconds = line.frame.GetTimeStamp() / 1000000000u;
-    out.PutDecimal(seconds / 3600 % 24, 2);
-    out.Put(':');
-    out.PutDecimal(seconds / 60 % 60, 2);
-    out.Put(':');
-    out.PutDecimal(seconds % 60, 2);
-    PutDecimals(line, out);
-}
-
 void PutTime(const CandumpLine& line, OutputBuffer& out)
 {
     if (line.timeForm == CandumpLine::TIME_NONE)
@@ -45,23 +34,6 @@ void PutTime(const CandumpLine& line, OutputBuffer& out)
     else
         PutTimeOfDay(line, out);
     out.Put(GAP);
-}
-
-/// "9", group "g9", module 3 of it "9.3".
-void PutTarget(const MessageFields& fields, OutputBuffer& out)
-{
-    std::size_t width = fields.target < 10 ? 1 : fields.target < 100 ? 2 : 3;
-    if (fields.addressing == TarnMessage::ADDRESSING_GROUP) {
-        out.Put('g');
-        ++width;
-    }
-    out.PutDecimal(fields.target);
-    if (fields.addressingMode == TarnMessage::ADDRESSING_MODE_EXTENDED) {
-        out.Put('.');
-        out.PutDecimal(fields.module);
-        width += fields.module < 10 ? 2 : fields.module < 100 ? 3 : 4;
-    }
-    out.Fill(' ', TARGET_WIDTH - width);
 }
 
 /// A name in a column, with a blank ahead; nothing where the column has no width.
@@ -117,32 +89,19 @@ void PutChcpHeader(const MessageFields& fields, OutputBuffer& out)
 {
     out.Put("CHCP ");
     out.PutHex(fields.mac, 7);
-    out.Put("  device ");
-    out.PutHex(fields.deviceCode, 8);
-    out.Put("  id ");
-    out.PutDecimal(fields.chcpId, 3, ' ');
-    out.Put("  cmd ");
-    if (fields.chcpCommand < TarnMessage::CHCP_COMMAND_NONE)
-        out.PutDecimal(fields.chcpCommand);
-    else
-        out.Put('-');
+    out.Put(GAP);
+    PutChcp(fields, out);
     out.Put("     ");
 }
 
-void PutData(const MessageFields& fields, const MessageNames& names, OutputBuffer& out)
+void PutTypeAndData(const MessageFields& fields, const MessageNames& names, OutputBuffer& out)
 {
     out.Put(GAP);
     if (fields.payloadSize == 0)
         return out.Put(DATA_TYPE_WORDS[fields.dataType]);
     out.PutLeft(DATA_TYPE_WORDS[fields.dataType], DATA_TYPE_WIDTH);
     out.Put(' ');
-    if (names.values != nullptr)
-        return out.Put(ShownValues(*names.values, fields.values));
-    if (fields.values.kind != PayloadValues::NONE)
-        return PutValues(fields.values, out);
-    out.Put('[');
-    PutPayload(fields, " ", out);
-    out.Put(']');
+    PutData(fields, names, out);
 }
 
 std::string_view ColourOf(unsigned int status)
@@ -168,7 +127,7 @@ TextPrinter::TextPrinter(bool colour, const Installation* names) : mColour(colou
 void TextPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
 {
     const MessageFields& fields = received.fields;
-    const MessageNames names = mNames == nullptr ? MessageNames() : NamesOf(*mNames, fields);
+    const MessageNames names = NamesOf(mNames, fields);
     PutOrigin(received.line, out);
     if (fields.IsChcp())
         PutChcpHeader(fields, out);
@@ -176,7 +135,7 @@ void TextPrinter::Print(const ReceivedMessage& received, OutputBuffer& out)
         PutDataHeader(fields, names, out);
     PutStatus(fields.status, fields.IsChcp() ? 0 : STATUS_WIDTH, out);
     if (!fields.IsChcp())
-        PutData(fields, names, out);
+        PutTypeAndData(fields, names, out);
     if (!names.mac.empty())
         PutNote(names.mac, {}, out);
     PutNotes(fields, out);
@@ -217,7 +176,7 @@ void TextPrinter::PutDataHeader(const MessageFields& fields, const MessageNames&
     out.PutDecimal(fields.source, 3, ' ');
     PutName(names.source, {}, mSourceWidth, out);
     out.Put(" -> ");
-    PutTarget(fields, out);
+    out.Fill(' ', TARGET_WIDTH - PutTarget(fields, out));
     PutName(names.target, module, mTargetWidth, out);
     out.Put("  reg ");
     out.PutDecimal(fields.reg, 3, ' ');

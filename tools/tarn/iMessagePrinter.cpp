@@ -15,6 +15,12 @@ std::uint64_t ToDecimals(std::uint64_t nanoseconds, unsigned int decimals)
     return nanoseconds;
 }
 
+/// Of a number up to 255.
+std::size_t DigitsOf(unsigned int number)
+{
+    return number < 10 ? 1 : number < 100 ? 2 : 3;
+}
+
 void PutBytes(const unsigned char* bytes, std::size_t size, std::string_view separator,
               OutputBuffer& out)
 {
@@ -62,11 +68,69 @@ void PutValues(const PayloadValues& values, OutputBuffer& out)
     for (std::size_t at = 0; at < values.count; ++at) {
         if (at > 0)
             out.Put(' ');
-        if (values.kind == PayloadValues::WHOLE)
-            out.PutDecimal(values.whole[at]);
-        else
-            out.PutReal(values.real[at]);
+        PutValue(values, at, out);
     }
+}
+
+void PutValue(const PayloadValues& values, std::size_t at, OutputBuffer& out)
+{
+    if (values.kind == PayloadValues::WHOLE)
+        out.PutDecimal(values.whole[at]);
+    else
+        out.PutReal(values.real[at]);
+}
+
+void PutData(const MessageFields& fields, const MessageNames& names, OutputBuffer& out)
+{
+    if (names.values != nullptr)
+        return out.Put(ShownValues(*names.values, fields.values));
+    if (fields.values.kind != PayloadValues::NONE)
+        return PutValues(fields.values, out);
+    if (fields.payloadSize == 0)
+        return;
+    out.Put('[');
+    PutPayload(fields, " ", out);
+    out.Put(']');
+}
+
+void PutTimeOfDay(const CandumpLine& line, OutputBuffer& out)
+{
+    const std::uint64_t seconds = line.frame.GetTimeStamp() / NANOSECONDS;
+    out.PutDecimal(seconds / 3600 % 24, 2);
+    out.Put(':');
+    out.PutDecimal(seconds / 60 % 60, 2);
+    out.Put(':');
+    out.PutDecimal(seconds % 60, 2);
+    PutDecimals(line, out);
+}
+
+std::size_t PutTarget(const MessageFields& fields, OutputBuffer& out)
+{
+    std::size_t width = DigitsOf(fields.target);
+    if (fields.addressing == TarnMessage::ADDRESSING_GROUP) {
+        out.Put('g');
+        ++width;
+    }
+    out.PutDecimal(fields.target);
+    if (fields.addressingMode == TarnMessage::ADDRESSING_MODE_EXTENDED) {
+        out.Put('.');
+        out.PutDecimal(fields.module);
+        width += 1 + DigitsOf(fields.module);
+    }
+    return width;
+}
+
+void PutChcp(const MessageFields& fields, OutputBuffer& out)
+{
+    out.Put("device ");
+    out.PutHex(fields.deviceCode, 8);
+    out.Put("  id ");
+    out.PutDecimal(fields.chcpId, 3, ' ');
+    out.Put("  cmd ");
+    if (fields.chcpCommand < TarnMessage::CHCP_COMMAND_NONE)
+        out.PutDecimal(fields.chcpCommand);
+    else
+        out.Put('-');
 }
 
 } // namespace tarn::tool

@@ -3,6 +3,7 @@
 
 #include "Duration.h"
 #include "MessageFields.h"
+#include "MessageNames.h"
 #include "OutputBuffer.h"
 
 #include <plexa_can/CandumpLine.h>
@@ -50,6 +51,22 @@ void PutPayload(const MessageFields& fields, std::string_view separator, OutputB
 
 /// The values as plain numbers, separated by blanks.
 void PutValues(const PayloadValues& values, OutputBuffer& out);
+
+/// One of them.
+void PutValue(const PayloadValues& values, std::size_t at, OutputBuffer& out);
+
+/// The values by name and in their units where they have names, else as plain numbers; the bytes in
+/// brackets where there are no values.
+void PutData(const MessageFields& fields, const MessageNames& names, OutputBuffer& out);
+
+/// The time stamp as a time of day: "17:05:22.655421".
+void PutTimeOfDay(const CandumpLine& line, OutputBuffer& out);
+
+/// "9", group "g9", module 3 of it "9.3". Returns how long that is.
+std::size_t PutTarget(const MessageFields& fields, OutputBuffer& out);
+
+/// "device 12345678  id   5  cmd 2"; "-" is no valid command.
+void PutChcp(const MessageFields& fields, OutputBuffer& out);
 
 } // namespace tarn::tool
 

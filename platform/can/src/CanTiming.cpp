@@ -1,6 +1,5 @@
-#include "CanTiming.h"
-
 #include <plexa_can/CanMessage.h>
+#include <plexa_can/CanTiming.h>
 
 namespace tarn
 {

@@ -1,8 +1,7 @@
 #include "VirtualCanBusCore.h"
 
-#include "CanTiming.h"
-
 #include <plexa_can/CanException.h>
+#include <plexa_can/CanTiming.h>
 
 #include <algorithm>
 #include <string>
