@@ -27,14 +27,14 @@ namespace
 {
 
 constexpr const char* DESCRIPTION =
-    "Shows a bus on a full screen, as it is now: a row for each source, target, register and\n"
-    "module, and for each MAC identifier of CHCP messages.\n"
+    "Shows a bus on a full screen, as it is now.\n"
     "\n"
-    "A row has the last values and their status, how many messages come a second, how old the\n"
-    "last one is, and the last minute as a line: of the value where a message has one number, of\n"
-    "the messages a second where it has none or several. What changed within the last second is\n"
-    "marked. Requests and responses, READ (R) and WRITE (W) have rows of their own. Up to 10000\n"
-    "rows are kept; messages that find no room are counted and told in the first line.\n"
+    "There is a row for each source, target, register and module, and for each MAC identifier of\n"
+    "CHCP messages. It has the last values and their status, how many messages come a second, how\n"
+    "old the last one is, and the last minute as a line: of the value where a message has one\n"
+    "number, of the messages a second where it has none or several. What changed within the last\n"
+    "second is marked. Requests and responses, READ (R) and WRITE (W) have rows of their own. Up\n"
+    "to 10000 rows are kept; messages that find no room are counted and told in the first line.\n"
     "\n"
     "Keys: q ends; arrows, PgUp, PgDn, Home and End choose a row, and Enter shows its message in\n"
     "long form with its last 100 changes; s sorts by source, rate, age or count, r reverses that;\n"
