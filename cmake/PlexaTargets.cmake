@@ -19,9 +19,14 @@ endif()
 set(PLEXA_EXPORTS_MAP "${CMAKE_CURRENT_LIST_DIR}/exports.map")
 
 # plexa_add_library(NAME SOURCES...): the library libplexa_NAME.so.1 or libplexa_NAME.a, known to others as
-# plexa::NAME. Only what an export macro names is visible outside a shared one.
+# plexa::NAME. Only what an export macro names is visible outside a shared one. An exports.map beside the
+# sources takes the place of the common one.
 function(plexa_add_library name)
   set(target plexa_${name})
+  set(map "${PLEXA_EXPORTS_MAP}")
+  if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/exports.map")
+    set(map "${CMAKE_CURRENT_SOURCE_DIR}/exports.map")
+  endif()
   if(PLEXA_BUILD_SHARED)
     add_library(${target} SHARED ${ARGN})
   else()
@@ -36,10 +41,10 @@ function(plexa_add_library name)
     POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
-    LINK_DEPENDS "${PLEXA_EXPORTS_MAP}")
+    LINK_DEPENDS "${map}")
   # Nobody replaces a function of these libraries by one of the same name: calls inside them go the direct way.
   target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-plt)
-  target_link_options(${target} PRIVATE "LINKER:--version-script=${PLEXA_EXPORTS_MAP},-Bsymbolic-functions")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${map},-Bsymbolic-functions")
   # By their properties: a link to them would have to be exported.
   target_compile_features(${target} PRIVATE cxx_std_17)
   target_compile_options(${target} PRIVATE $<TARGET_PROPERTY:plexa_build_options,INTERFACE_COMPILE_OPTIONS>)

@@ -37,9 +37,10 @@ def unseen(symbols, names):
 
 
 def exported(library):
-    command = ["nm", "-DC", "--defined-only", library]
+    command = ["nm", "-DC", "--defined-only", "--without-symbol-versions", library]
     lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
-    return [line.split(maxsplit=2)[2] for line in lines]
+    symbols = [line.split(maxsplit=2)[1:] for line in lines]
+    return [symbol for kind, symbol in symbols if kind != "A"]  # absolute: the name of a version
 
 
 def soname(library):
