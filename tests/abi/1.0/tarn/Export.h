@@ -1,0 +1,7 @@
+#ifndef TARN_EXPORT_H
+#define TARN_EXPORT_H
+
+/// Marks what libplexa_tarn offers to others; everything else in it is hidden.
+#define TARN_API __attribute__((visibility("default")))
+
+#endif
