@@ -415,10 +415,11 @@ void Dispatchers()
         bus->answer = Frame(0x0F000481u);
         TarnMessage message;
         dispatcher->Send(message);
+        Expect(dispatcher->frames == 4, "the answer comes through the bus");
         dispatcher->Stop();
         dispatcher->Send(message);
         ExpectText(bus->sent, "0F800001#20;0F800001#20;");
-        Expect(dispatcher->frames == 4, "frames seen on the way");
+        Expect(dispatcher->frames == 4, "no answer after the end");
         Expect(dispatcher.IsWhole(), "a dispatcher stays in its room");
     }
     Expect(bus->GetCounters().sent == 2 && bus.use_count() == 2, "the bus is released");
