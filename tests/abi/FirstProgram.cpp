@@ -402,15 +402,46 @@ private:
     TarnAsyncDispatcherMock& mMock;
 };
 
+const char* const OF_A_BUS = "0F800481#20;0F800481#20;|10000005#00000000000000;|"
+                             "0F800481#20;10000005#00000000000000;";
+const char* const OF_A_MOCK = "0F800481#20;0F800481#20;|10000005#00000000000000;|";
+
+/// Their tables are the library's: calls go by number.
+void DispatchersMadeByTheLibrary()
+{
+    std::tr1::shared_ptr<Bus> bus(new Bus);
+    const auto dispatcher = TarnAsyncDispatcher::Create(bus);
+    Families(*dispatcher, *dispatcher, OF_A_BUS);
+    const auto mock = TarnAsyncDispatcherMock::Create();
+    Feed feed(*mock);
+    Families(*mock, feed, OF_A_MOCK);
+    bus->answer = Frame(0x0F000481u);
+    Handler handler;
+    TarnMessage message;
+    for (iTarnAsyncDispatcher* each : {static_cast<iTarnAsyncDispatcher*>(dispatcher.get()),
+                                       static_cast<iTarnAsyncDispatcher*>(mock.get())}) {
+        each->SubscribeAll(&handler);
+        each->Start();
+        each->Send(message);
+        ExpectText(handler.heard, "0F000481#20;");
+        each->Stop();
+        each->Send(message);
+        each->UnsubscribeAll(&handler);
+    }
+    ExpectText(bus->sent, "0F800001#20;0F800001#20;");
+    ExpectText(handler.heard, "0F000481#20;");
+    const std::tr1::shared_ptr<iTarnAsyncDispatcher> shared(mock);
+    const std::tr1::shared_ptr<iTarnMessageHandler> request = TarnSyncRequest::Create(shared);
+    Expect(!request->DispatchResponse(message), "no answer to a request that was not sent");
+}
+
 void Dispatchers()
 {
     std::tr1::shared_ptr<Bus> bus(new Bus);
     std::tr1::shared_ptr<iCanAsyncDispatcher> lower(bus);
     {
         Guarded<LoudDispatcher> dispatcher(lower);
-        Families(*dispatcher, *dispatcher,
-                 "0F800481#20;0F800481#20;|10000005#00000000000000;|"
-                 "0F800481#20;10000005#00000000000000;");
+        Families(*dispatcher, *dispatcher, OF_A_BUS);
         dispatcher->Start();
         bus->answer = Frame(0x0F000481u);
         TarnMessage message;
@@ -425,12 +456,10 @@ void Dispatchers()
     Expect(bus->GetCounters().sent == 2 && bus.use_count() == 2, "the bus is released");
     Guarded<LoudMock> mock;
     Feed feed(*mock);
-    Families(*mock, feed, "0F800481#20;0F800481#20;|10000005#00000000000000;|");
+    Families(*mock, feed, OF_A_MOCK);
     TarnMessage message;
     static_cast<iTarnAsyncDispatcher&>(*mock).Send(message);
     Expect(mock->sent == 1 && mock.IsWhole(), "a mock stays in its room");
-    TarnAsyncDispatcherMock::Create()->Start();
-    TarnAsyncDispatcher::Create(lower)->Stop();
 }
 
 void Requests()
@@ -676,6 +705,7 @@ void Everything()
     ChcpFields();
     Payloads();
     MessagesAsValues();
+    DispatchersMadeByTheLibrary();
     Dispatchers();
     Requests();
     Frames();
