@@ -14,9 +14,8 @@ namespace tarn
 ///
 ///     socketcan:NAME  a SocketCanDispatcher on the interface NAME
 ///         errors=0|1  buffer=BYTES  timeout=MS  priority=0..99
-///     virtual:NAME    a node on VirtualCanBus::Open(NAME): a bus of this process alone, which
-///     "tarn
-///                     serve" offers to others
+///     virtual:NAME    a node on VirtualCanBus::Open(NAME): a bus of this process alone,
+///                     which "tarn serve" offers to others
 ///         delivery=threaded|inline  queue=FRAMES  timeout=MS  bitrate=BITS
 ///             the bus's options; they count for the first who opens the bus
 ///         loss=P  duplication=P  error=P  delay=MS  seed=NUMBER
