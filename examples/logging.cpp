@@ -18,14 +18,14 @@ void SetProperty(const std::string& key, const std::string& value) // logging.KI
 {
     const StringTokenizer part(key, ".");
     auto& known = LoggingRegistry::defaultRegistry();
-    if (part[1] == "loggers") // root: of all that are not named in the file
+    if (part[1] == "loggers" && part[3] != "name") // here NAME is the logger's own, or root
         Logger::get(part[2] == "root" ? "" : part[2]).setProperty(part[3], value);
     else if (part[3] == "class")
         known.registerChannel(part[2], LoggingFactory().createChannel(value));
     else if (part[3] == "pattern")
         known.registerChannel(part[2], new FormattingChannel(new PatternFormatter(value),
                                                              known.channelForName(part[2])));
-    else
+    else if (part[1] == "channels")
         known.channelForName(part[2])->setProperty(part[3], value);
 }
 
