@@ -55,46 +55,61 @@ class TARN_API TarnMessage
 {
 public:
     /// Kind of message.
-    enum tTarnMSgType : int { TYPE_DATA = 0, TYPE_CHCP = 1 };
+    enum tTarnMSgType : int {
+        TYPE_DATA = 0, ///< reads or writes a register, or answers
+        TYPE_CHCP = 1  ///< configures the device of a MAC identifier
+    };
 
     /// Priority on the bus: the lower value wins arbitration among DATA messages.
     enum tTarnMsgPriority : int {
-        PRIORITY_SYNC = 0,
-        PRIORITY_EMERGENCY = 1,
-        PRIORITY_CONTROL = 2,
-        PRIORITY_DATA = 3
+        PRIORITY_SYNC = 0,      ///< goes first
+        PRIORITY_EMERGENCY = 1, ///< ahead of CONTROL and DATA
+        PRIORITY_CONTROL = 2,   ///< ahead of DATA
+        PRIORITY_DATA = 3       ///< goes last; that of a new message
     };
 
     /// What the target address names.
-    enum tTarnAddressing : int { ADDRESSING_GROUP = 0, ADDRESSING_DEVICE = 1 };
+    enum tTarnAddressing : int {
+        ADDRESSING_GROUP = 0, ///< all devices of a group
+        ADDRESSING_DEVICE = 1 ///< one device
+    };
 
     /// What is done to the register.
-    enum tTarnAccessType : int { ACCESS_WRITE = 0, ACCESS_READ = 1 };
+    enum tTarnAccessType : int {
+        ACCESS_WRITE = 0, ///< it gets the payload of the request
+        ACCESS_READ = 1   ///< its value is the payload of the response
+    };
 
     /// Who speaks: the one who asks, or the one who was asked.
-    enum tTarnDirection : int { DIRECTION_RESPONSE = 0, DIRECTION_REQUEST = 1 };
+    enum tTarnDirection : int {
+        DIRECTION_RESPONSE = 0, ///< an answer, or a report that nobody asked for
+        DIRECTION_REQUEST = 1   ///< asks for an answer
+    };
 
-    /// EXTENDED: a module number follows the status byte of a DATA frame.
-    enum tTarnAddressingMode : int { ADDRESSING_MODE_STANDARD = 0, ADDRESSING_MODE_EXTENDED = 1 };
+    /// Whether a DATA message names a module of the device.
+    enum tTarnAddressingMode : int {
+        ADDRESSING_MODE_STANDARD = 0, ///< it does not
+        ADDRESSING_MODE_EXTENDED = 1  ///< a module number follows the status byte of the frame
+    };
 
-    /// The status nibble as a device reports it.
+    /// The status nibble as a device reports it, and the word for it in texts.
     enum tTarnRStatus : int {
-        STATUS_UNKNOWN = 0,
-        STATUS_OFFLINE = 1,
-        STATUS_POWERUP = 2,
-        STATUS_STANDBY = 3,
-        STATUS_STARTUP = 4,
-        STATUS_OPERATING = 5,
-        STATUS_OPERATING_WITH_WARNING = 6,
-        STATUS_OPERATING_WITH_FAILURE = 7,
-        STATUS_STOPPED_BY_HW_FAILURE = 8,
-        STATUS_STOPPED_BY_EXTERNAL = 9,
-        STATUS_STOPPED_BY_INTERNAL = 10,
-        STATUS_RESOURCE_NOT_EXISTING = 11,
-        STATUS_RESOURCE_EXCLUSIVE_RESERVED = 12,
-        STATUS_RESOURCE_OVERLOADED = 13,
-        STATUS_FRAME_FAILURE = 14,
-        STATUS_ACCESS_NOT_GRANTED = 15
+        STATUS_UNKNOWN = 0,                      ///< UNKNOWN
+        STATUS_OFFLINE = 1,                      ///< OFFLINE
+        STATUS_POWERUP = 2,                      ///< POWERUP
+        STATUS_STANDBY = 3,                      ///< STANDBY
+        STATUS_STARTUP = 4,                      ///< STARTUP
+        STATUS_OPERATING = 5,                    ///< OPERATING
+        STATUS_OPERATING_WITH_WARNING = 6,       ///< OPERATING WITH WARNING
+        STATUS_OPERATING_WITH_FAILURE = 7,       ///< OPERATING WITH FAILURE
+        STATUS_STOPPED_BY_HW_FAILURE = 8,        ///< STOPPED BY HW-FAILURE
+        STATUS_STOPPED_BY_EXTERNAL = 9,          ///< STOPPED BY EXTERNAL
+        STATUS_STOPPED_BY_INTERNAL = 10,         ///< STOPPED BY INTERNAL
+        STATUS_RESOURCE_NOT_EXISTING = 11,       ///< RESOURCE NOT EXISTING
+        STATUS_RESOURCE_EXCLUSIVE_RESERVED = 12, ///< RESOURCE EXCLUSIVE RESERVED
+        STATUS_RESOURCE_OVERLOADED = 13,         ///< RESOURCE OVERLOADED
+        STATUS_FRAME_FAILURE = 14,               ///< FRAME-FAILURE
+        STATUS_ACCESS_NOT_GRANTED = 15           ///< ACCESS NOT GRANTED
     };
 
     /// The same nibble as it is written to a device, 0 to 15. Its values have no names.
@@ -122,12 +137,12 @@ public:
 
     /// Commands of CHCP messages; what they mean is a matter of the devices.
     enum tTarnChcpCommand : int {
-        CHCP_COMMAND_0 = 0,
-        CHCP_COMMAND_1 = 1,
-        CHCP_COMMAND_2 = 2,
-        CHCP_COMMAND_3 = 3,
-        CHCP_COMMAND_4 = 4,
-        CHCP_COMMAND_5 = 5,
+        CHCP_COMMAND_0 = 0,   ///< the device's command 0
+        CHCP_COMMAND_1 = 1,   ///< the device's command 1
+        CHCP_COMMAND_2 = 2,   ///< the device's command 2
+        CHCP_COMMAND_3 = 3,   ///< the device's command 3
+        CHCP_COMMAND_4 = 4,   ///< the device's command 4
+        CHCP_COMMAND_5 = 5,   ///< the device's command 5
         CHCP_COMMAND_NONE = 6 ///< what the getter returns for "no valid command"; never stored
     };
 

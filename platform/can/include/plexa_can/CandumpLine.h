@@ -27,15 +27,19 @@ struct CandumpLine {
         TIME_RELATIVE  ///< seconds since another frame: (000.000123)
     };
 
-    /// Whether the machine that wrote the log received the frame (R) or sent it (T).
-    enum tDirection : int { DIRECTION_UNKNOWN, DIRECTION_RECEIVED, DIRECTION_SENT };
+    /// What the machine that wrote the log did with the frame.
+    enum tDirection : int {
+        DIRECTION_UNKNOWN,  ///< the line does not say
+        DIRECTION_RECEIVED, ///< "R", or "RX"
+        DIRECTION_SENT      ///< "T", or "TX"
+    };
 
     /// Room for the name of a network interface, its final 0 included.
     static constexpr std::size_t INTERFACE_SIZE = 16;
 
     tKind kind = KIND_MALFORMED;              ///< decides which of the members count
     tTimeForm timeForm = TIME_NONE;           ///< what the time stamp of frame counts from
-    tDirection direction = DIRECTION_UNKNOWN; ///< unknown where the line does not say
+    tDirection direction = DIRECTION_UNKNOWN; ///< received or sent
     /// Digits that the time stamp has behind the point, 0 to 9.
     unsigned int timeDecimals = 0;
     /// Empty where the line names none.
