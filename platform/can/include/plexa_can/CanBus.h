@@ -33,8 +33,8 @@ class PLEXA_CAN_API CanBus
 {
 public:
     /// Opens a bus, or one more connection to it. From any thread. Blocks while a bus over TCP is
-    /// being connected, and for a log that is a FIFO until somebody writes to it. The caller shares
-    /// ownership of what is returned with nobody but those it hands it to.
+    /// being connected, and for a log that is a FIFO until somebody writes to it. What is returned
+    /// is the caller's own connection.
     /// @throws CanException for a name, scheme, key or value that is unknown, with a message that
     ///     lists the known ones; and when the bus cannot be opened
     static std::tr1::shared_ptr<iCanBus> Open(const std::string& name);
