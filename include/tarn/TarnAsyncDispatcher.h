@@ -35,6 +35,7 @@ public:
     static std::tr1::shared_ptr<TarnAsyncDispatcher>
     Create(std::tr1::shared_ptr<iCanAsyncDispatcher> canDispatcher);
 
+    /// For classes that derive; others use Create(), since a dispatcher lives in a shared pointer.
     explicit TarnAsyncDispatcher(std::tr1::shared_ptr<iCanAsyncDispatcher> canDispatcher);
 
     /// Forgets the subscriptions, without telling the handlers, and releases the connection.

@@ -29,8 +29,10 @@ class iTarnMessageHandler;
 class TARN_API TarnAsyncDispatcherMock : public iTarnAsyncDispatcher
 {
 public:
+    /// A mock without subscriptions.
     static std::tr1::shared_ptr<TarnAsyncDispatcherMock> Create();
 
+    /// The same, for classes that derive.
     TarnAsyncDispatcherMock();
 
     /// @throws Poco::SystemException when the logger mutex fails; all members are released first.

@@ -14,7 +14,7 @@ namespace tarn
 
 /// A 24-bit unsigned value in one 32-bit unit: the element of a U24 payload.
 struct tarn_u24_t {
-    unsigned int value : 24;
+    unsigned int value : 24; ///< 0 to 16777215; more is cut to its low 24 bits
 };
 
 /// One message of the Tarn protocol, carried in one CAN frame with a 29-bit identifier.
@@ -55,45 +55,61 @@ class TARN_API TarnMessage
 {
 public:
     /// Kind of message.
-    enum tTarnMSgType : int { TYPE_DATA = 0, TYPE_CHCP = 1 };
+    enum tTarnMSgType : int {
+        TYPE_DATA = 0, ///< reads or writes a register, or answers
+        TYPE_CHCP = 1  ///< configures the device of a MAC identifier
+    };
 
     /// Priority on the bus: the lower value wins arbitration among DATA messages.
     enum tTarnMsgPriority : int {
-        PRIORITY_SYNC = 0,
-        PRIORITY_EMERGENCY = 1,
-        PRIORITY_CONTROL = 2,
-        PRIORITY_DATA = 3
+        PRIORITY_SYNC = 0,      ///< goes first
+        PRIORITY_EMERGENCY = 1, ///< ahead of CONTROL and DATA
+        PRIORITY_CONTROL = 2,   ///< ahead of DATA
+        PRIORITY_DATA = 3       ///< goes last; that of a new message
     };
 
     /// What the target address names.
-    enum tTarnAddressing : int { ADDRESSING_GROUP = 0, ADDRESSING_DEVICE = 1 };
+    enum tTarnAddressing : int {
+        ADDRESSING_GROUP = 0, ///< all devices of a group
+        ADDRESSING_DEVICE = 1 ///< one device
+    };
 
     /// What is done to the register.
-    enum tTarnAccessType : int { ACCESS_WRITE = 0, ACCESS_READ = 1 };
+    enum tTarnAccessType : int {
+        ACCESS_WRITE = 0, ///< it gets the payload of the request
+        ACCESS_READ = 1   ///< its value is the payload of the response
+    };
 
-    enum tTarnDirection : int { DIRECTION_RESPONSE = 0, DIRECTION_REQUEST = 1 };
+    /// Who speaks: the one who asks, or the one who was asked.
+    enum tTarnDirection : int {
+        DIRECTION_RESPONSE = 0, ///< an answer, or a report that nobody asked for
+        DIRECTION_REQUEST = 1   ///< asks for an answer
+    };
 
-    /// EXTENDED: a module number follows the status byte of a DATA frame.
-    enum tTarnAddressingMode : int { ADDRESSING_MODE_STANDARD = 0, ADDRESSING_MODE_EXTENDED = 1 };
+    /// Whether a DATA message names a module of the device.
+    enum tTarnAddressingMode : int {
+        ADDRESSING_MODE_STANDARD = 0, ///< it does not
+        ADDRESSING_MODE_EXTENDED = 1  ///< a module number follows the status byte of the frame
+    };
 
-    /// The status nibble as a device reports it.
+    /// The status nibble as a device reports it, and the word for it in texts.
     enum tTarnRStatus : int {
-        STATUS_UNKNOWN = 0,
-        STATUS_OFFLINE = 1,
-        STATUS_POWERUP = 2,
-        STATUS_STANDBY = 3,
-        STATUS_STARTUP = 4,
-        STATUS_OPERATING = 5,
-        STATUS_OPERATING_WITH_WARNING = 6,
-        STATUS_OPERATING_WITH_FAILURE = 7,
-        STATUS_STOPPED_BY_HW_FAILURE = 8,
-        STATUS_STOPPED_BY_EXTERNAL = 9,
-        STATUS_STOPPED_BY_INTERNAL = 10,
-        STATUS_RESOURCE_NOT_EXISTING = 11,
-        STATUS_RESOURCE_EXCLUSIVE_RESERVED = 12,
-        STATUS_RESOURCE_OVERLOADED = 13,
-        STATUS_FRAME_FAILURE = 14,
-        STATUS_ACCESS_NOT_GRANTED = 15
+        STATUS_UNKNOWN = 0,                      ///< UNKNOWN
+        STATUS_OFFLINE = 1,                      ///< OFFLINE
+        STATUS_POWERUP = 2,                      ///< POWERUP
+        STATUS_STANDBY = 3,                      ///< STANDBY
+        STATUS_STARTUP = 4,                      ///< STARTUP
+        STATUS_OPERATING = 5,                    ///< OPERATING
+        STATUS_OPERATING_WITH_WARNING = 6,       ///< OPERATING WITH WARNING
+        STATUS_OPERATING_WITH_FAILURE = 7,       ///< OPERATING WITH FAILURE
+        STATUS_STOPPED_BY_HW_FAILURE = 8,        ///< STOPPED BY HW-FAILURE
+        STATUS_STOPPED_BY_EXTERNAL = 9,          ///< STOPPED BY EXTERNAL
+        STATUS_STOPPED_BY_INTERNAL = 10,         ///< STOPPED BY INTERNAL
+        STATUS_RESOURCE_NOT_EXISTING = 11,       ///< RESOURCE NOT EXISTING
+        STATUS_RESOURCE_EXCLUSIVE_RESERVED = 12, ///< RESOURCE EXCLUSIVE RESERVED
+        STATUS_RESOURCE_OVERLOADED = 13,         ///< RESOURCE OVERLOADED
+        STATUS_FRAME_FAILURE = 14,               ///< FRAME-FAILURE
+        STATUS_ACCESS_NOT_GRANTED = 15           ///< ACCESS NOT GRANTED
     };
 
     /// The same nibble as it is written to a device, 0 to 15. Its values have no names.
@@ -102,31 +118,31 @@ public:
     /// How the payload bytes are to be read; multi-byte values have their least significant byte
     /// first. In S16Ft a signed 16-bit step r stands for the value r * 4^t / 8192.
     enum tTarnDataType : int {
-        DATATYPE_S16F0 = 0,  ///< 1 to 3 values, -4 to 3.9998779296875, step 2^-13
-        DATATYPE_S16F1 = 1,  ///< 1 to 3 values, -16 to 15.99951171875, step 2^-11
-        DATATYPE_S16F2 = 2,  ///< 1 to 3 values, -64 to 63.998046875, step 2^-9
-        DATATYPE_S16F3 = 3,  ///< 1 to 3 values, -256 to 255.9921875, step 2^-7
-        DATATYPE_S16F4 = 4,  ///< 1 to 3 values, -1024 to 1023.96875, step 2^-5
-        DATATYPE_S16F5 = 5,  ///< 1 to 3 values, -4096 to 4095.875, step 2^-3
-        DATATYPE_S16F6 = 6,  ///< 1 to 3 values, -16384 to 16383.5, step 0.5
-        DATATYPE_S16F7 = 7,  ///< 1 to 3 values, -65536 to 65534, step 2
-        DATATYPE_U8 = 8,     ///< 1 to 6 unsigned values of 8 bits
-        DATATYPE_U16 = 9,    ///< 1 to 3 unsigned values of 16 bits
-        DATATYPE_U24 = 10,   ///< 1 or 2 unsigned values of 24 bits
-        DATATYPE_U32 = 11,   ///< 1 unsigned value of 32 bits
-        DATATYPE_U48 = 12,   ///< 1 unsigned value of 48 bits
-        DATATYPE_FLOAT = 13, ///< 1 value in IEEE 754 binary32
-        DATATYPE_NOT_A_TYPE = 15
+        DATATYPE_S16F0 = 0,      ///< 1 to 3 values, -4 to 3.9998779296875, step 2^-13
+        DATATYPE_S16F1 = 1,      ///< 1 to 3 values, -16 to 15.99951171875, step 2^-11
+        DATATYPE_S16F2 = 2,      ///< 1 to 3 values, -64 to 63.998046875, step 2^-9
+        DATATYPE_S16F3 = 3,      ///< 1 to 3 values, -256 to 255.9921875, step 2^-7
+        DATATYPE_S16F4 = 4,      ///< 1 to 3 values, -1024 to 1023.96875, step 2^-5
+        DATATYPE_S16F5 = 5,      ///< 1 to 3 values, -4096 to 4095.875, step 2^-3
+        DATATYPE_S16F6 = 6,      ///< 1 to 3 values, -16384 to 16383.5, step 0.5
+        DATATYPE_S16F7 = 7,      ///< 1 to 3 values, -65536 to 65534, step 2
+        DATATYPE_U8 = 8,         ///< 1 to 6 unsigned values of 8 bits
+        DATATYPE_U16 = 9,        ///< 1 to 3 unsigned values of 16 bits
+        DATATYPE_U24 = 10,       ///< 1 or 2 unsigned values of 24 bits
+        DATATYPE_U32 = 11,       ///< 1 unsigned value of 32 bits
+        DATATYPE_U48 = 12,       ///< 1 unsigned value of 48 bits
+        DATATYPE_FLOAT = 13,     ///< 1 value in IEEE 754 binary32
+        DATATYPE_NOT_A_TYPE = 15 ///< no type: every GetData() refuses it
     };
 
     /// Commands of CHCP messages; what they mean is a matter of the devices.
     enum tTarnChcpCommand : int {
-        CHCP_COMMAND_0 = 0,
-        CHCP_COMMAND_1 = 1,
-        CHCP_COMMAND_2 = 2,
-        CHCP_COMMAND_3 = 3,
-        CHCP_COMMAND_4 = 4,
-        CHCP_COMMAND_5 = 5,
+        CHCP_COMMAND_0 = 0,   ///< the device's command 0
+        CHCP_COMMAND_1 = 1,   ///< the device's command 1
+        CHCP_COMMAND_2 = 2,   ///< the device's command 2
+        CHCP_COMMAND_3 = 3,   ///< the device's command 3
+        CHCP_COMMAND_4 = 4,   ///< the device's command 4
+        CHCP_COMMAND_5 = 5,   ///< the device's command 5
         CHCP_COMMAND_NONE = 6 ///< what the getter returns for "no valid command"; never stored
     };
 
@@ -164,6 +180,7 @@ public:
     /// Converts implicitly. The frame is only read; it may go when the constructor has returned.
     TarnMessage(CanMessage& frame); // NOLINT(google-explicit-constructor): client code relies on it
 
+    /// Releases the message's own members; no other thread may be using it.
     virtual ~TarnMessage();
 
     /// Copies identifier word, status, data type, module and payload. *Not* the validity: an
@@ -173,6 +190,7 @@ public:
     /// True when identifier word, status, data type, payload and module are equal. Validity and the
     /// frame of RawMessageRef() take no part.
     bool operator==(const TarnMessage& other) const;
+    /// The opposite of operator==().
     bool operator!=(TarnMessage& other) const;
 
     /// True when the message was read from a frame that is no Tarn message. Takes no lock; validity
@@ -195,41 +213,52 @@ public:
     /// @name Header fields
     /// @{
 
+    /// DATA or CHCP: bit 28 of the identifier word.
     tTarnMSgType GetType() const;
     /// Refuses more than 1. Setting TYPE_CHCP replaces a payload that has not exactly 6 bytes by 6
     /// zero bytes; setting TYPE_DATA keeps the payload.
     bool SetType(tTarnMSgType type);
 
+    /// Bits 26-27.
     tTarnMsgPriority GetPriority() const;
     bool SetPriority(tTarnMsgPriority priority); ///< refuses more than 3
 
+    /// Bit 25: whether the target is a device or a group.
     tTarnAddressing GetAddressing() const;
     bool SetAddressing(tTarnAddressing addressing); ///< refuses more than 1
 
+    /// Bit 24: whether the register is read or written.
     tTarnAccessType GetAccessType() const;
     bool SetAccessType(tTarnAccessType accessType); ///< refuses more than 1
 
+    /// Bit 23: whether this is a request or a response.
     tTarnDirection GetDirection() const;
     bool SetDirection(tTarnDirection direction); ///< refuses more than 1
 
+    /// Bit 22: whether a DATA frame has a module byte.
     tTarnAddressingMode GetAddressingMode() const;
     /// Refuses more than 1. Leaves the module number alone.
     bool SetAddressingMode(tTarnAddressingMode mode);
 
+    /// Bits 14-21: 0 to 255.
     unsigned char GetRegister() const;
     bool SetRegister(unsigned char reg); ///< 0 to 255; never refuses
 
+    /// Bits 7-13: whom the message is for, 0 to 127.
     unsigned char GetTargetAddr() const;
     bool SetTargetAddr(unsigned char address); ///< 0 to 127; refuses more
 
+    /// Bits 0-6: whom the message is from, 0 to 127.
     unsigned char GetSourceAddr() const;
     bool SetSourceAddr(unsigned char address); ///< 0 to 127; refuses more
 
+    /// The module of the device, 0 to 255. It travels in EXTENDED mode alone.
     unsigned char GetModule() const;
     /// 0 to 255; never refuses. Also sets the addressing mode: EXTENDED for a module other than 0,
     /// STANDARD for module 0.
     bool SetModule(unsigned char module);
 
+    /// The high half of the byte behind the payload.
     tTarnRStatus GetRStatus() const;
     /// Refuses more than 16. 16 is taken and stored as 0.
     bool SetRStatus(tTarnRStatus status);
@@ -282,6 +311,7 @@ public:
     /// number of values.
     /// @{
 
+    /// The low half of the byte behind the payload, as it came: 14 and 15 are no types.
     tTarnDataType GetDataType() const;
     /// Refuses more than 15. Only relabels the payload: the same bytes are then read as that type.
     bool SetDataType(tTarnDataType type);
@@ -294,26 +324,26 @@ public:
     /// the payload.
     unsigned int GetDataSize() const;
 
-    bool SetData(std::vector<unsigned char>& values); ///< U8: 1 to 6 values
-    bool GetData(std::vector<unsigned char>& values) const;
+    bool SetData(std::vector<unsigned char>& values);       ///< U8: 1 to 6 values
+    bool GetData(std::vector<unsigned char>& values) const; ///< U8 alone
 
-    bool SetData(std::vector<unsigned short>& values); ///< U16: 1 to 3 values
-    bool GetData(std::vector<unsigned short>& values) const;
+    bool SetData(std::vector<unsigned short>& values);       ///< U16: 1 to 3 values
+    bool GetData(std::vector<unsigned short>& values) const; ///< U16 alone
 
-    bool SetData(std::vector<tarn_u24_t>& values); ///< U24: 1 or 2 values
-    bool GetData(std::vector<tarn_u24_t>& values) const;
+    bool SetData(std::vector<tarn_u24_t>& values);       ///< U24: 1 or 2 values
+    bool GetData(std::vector<tarn_u24_t>& values) const; ///< U24 alone
 
-    bool SetData(std::vector<unsigned int>& values); ///< U32: 1 value
-    bool GetData(std::vector<unsigned int>& values) const;
+    bool SetData(std::vector<unsigned int>& values);       ///< U32: 1 value
+    bool GetData(std::vector<unsigned int>& values) const; ///< U32 alone
 
     /// U48: 1 value; bits 48-63 are dropped.
     bool SetData(std::vector<unsigned long long>& values);
-    bool GetData(std::vector<unsigned long long>& values) const;
+    bool GetData(std::vector<unsigned long long>& values) const; ///< U48 alone
 
     /// FLOAT: 1 value, rounded to the nearest IEEE 754 binary32; beyond its range it becomes
     /// infinite.
     bool SetData(std::vector<double>& values);
-    bool GetData(std::vector<double>& values) const;
+    bool GetData(std::vector<double>& values) const; ///< FLOAT alone
 
     /// S16F: 1 to 3 values in the given format, DATATYPE_S16F0 to DATATYPE_S16F7; any other is
     /// refused. A value is rounded to the nearest step, half away from zero. There is no range

@@ -26,15 +26,6 @@ function(install_build_tree)
   file(RENAME ${WORK}/root/opt/tarn ${WORK}/prefix)
 endfunction()
 
-function(install_static)
-  cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH tests)
-  run(${CMAKE_COMMAND} -G Ninja -S ${tests}/.. -B ${WORK}/static -DPLEXA_BUILD_SHARED=OFF
-    -DPLEXA_BUILD_TESTS=OFF -DPLEXA_BUILD_TOOLS=OFF -DPLEXA_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Debug
-    -DCMAKE_CXX_FLAGS_DEBUG=-O0 -DCMAKE_CXX_COMPILER=${COMPILER})
-  run(${CMAKE_COMMAND} --build ${WORK}/static)
-  run(${CMAKE_COMMAND} --install ${WORK}/static --prefix ${WORK}/prefix)
-endfunction()
-
 function(build_with_pkg_config)
   file(GLOB_RECURSE files ${WORK}/prefix/*/plexa_tarn.pc)
   cmake_path(GET files PARENT_PATH modules)
@@ -57,8 +48,9 @@ if(WAY STREQUAL "installed")
   run(${WORK}/prefix/bin/tarn --version)
 elseif(WAY STREQUAL "build_tree")
   build(found -Dplexa_tarn_DIR=${BUILD})
-elseif(WAY STREQUAL "static")
-  install_static()
+elseif(WAY STREQUAL "fetched") # linked statically, and so installed
+  build(fetched -DPLEXA_INSTALL=ON)
+  run(${CMAKE_COMMAND} --install ${WORK}/fetched --prefix ${WORK}/prefix)
   build(found -DCMAKE_PREFIX_PATH=${WORK}/prefix)
   build_with_pkg_config(--static)
 else()

@@ -25,7 +25,8 @@ class Example : public testing::TestWithParam<std::string>
 
 TEST_P(Example, PrintsWhatIsWrittenBesideIt)
 {
-    const auto result = support::RunCommand({EXAMPLE_PROGRAMS "/example_" + GetParam()});
+    const auto result = support::RunCommand(
+        {EXAMPLE_PROGRAMS "/example_" + GetParam(), EXAMPLES_DIRECTORY "/logging.properties"});
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.out, Content(EXAMPLES_DIRECTORY "/" + GetParam() + ".txt"));
     EXPECT_EQ(result.err, "");
@@ -37,7 +38,7 @@ TEST_P(Example, FitsAPage)
     EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 60);
 }
 
-const auto NAMES = testing::Values("mock_device", "request_response", "subscribe");
+const auto NAMES = testing::Values("logging", "mock_device", "request_response", "subscribe");
 
 INSTANTIATE_TEST_SUITE_P(All, Example, NAMES, [](const auto& name) { return name.param; });
 
@@ -46,7 +47,7 @@ TEST(Examples, AreAllRun)
     int programs = 0;
     for (const auto& file : std::filesystem::directory_iterator(EXAMPLES_DIRECTORY))
         programs += file.path().extension() == ".cpp" ? 1 : 0;
-    EXPECT_EQ(programs, 3);
+    EXPECT_EQ(programs, 4);
 }
 
 } // namespace

@@ -641,6 +641,9 @@ TEST(ServeVerb, RefusesWhatItCannotDo)
     EXPECT_EQ(taken.err,
               "tarn serve: --listen 127.0.0.1:port: no address; write it like 127.0.0.1:29536 or "
               "[::1]:29536, with 0 for any free port\n");
+    const auto behind = Tarn({"serve", "--listen", "127.0.0.1:0", "--duration", "1ms", "--allow",
+                              "127.0.0.1,::1", "virtual:x"});
+    EXPECT_EQ(behind.exitStatus, 0) << behind.err;
     const auto allow = Tarn({"serve", "virtual:x", "--allow", "10.0.0.0/40"});
     EXPECT_EQ(allow.exitStatus, 2);
     EXPECT_THAT(allow.err, HasSubstr("--allow 10.0.0.0/40: no range of addresses"));

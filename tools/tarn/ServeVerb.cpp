@@ -60,7 +60,8 @@ public:
             .add_option("--allow", mAllowed,
                         "Only clients of these addresses: 192.168.1.20,10.0.0.0/8,fd00::/8")
             ->type_name("LIST")
-            ->delimiter(',');
+            ->delimiter(',')
+            ->allow_extra_args(false); // the bus may follow
         mOptions.add_option("--max-clients", mMaxClients, "Most clients at a time, default 64")
             ->type_name("N")
             ->check(CLI::Range(1, 1000));

@@ -14,9 +14,8 @@ namespace tarn
 ///
 ///     socketcan:NAME  a SocketCanDispatcher on the interface NAME
 ///         errors=0|1  buffer=BYTES  timeout=MS  priority=0..99
-///     virtual:NAME    a node on VirtualCanBus::Open(NAME): a bus of this process alone, which
-///     "tarn
-///                     serve" offers to others
+///     virtual:NAME    a node on VirtualCanBus::Open(NAME): a bus of this process alone,
+///                     which "tarn serve" offers to others
 ///         delivery=threaded|inline  queue=FRAMES  timeout=MS  bitrate=BITS
 ///             the bus's options; they count for the first who opens the bus
 ///         loss=P  duplication=P  error=P  delay=MS  seed=NUMBER
@@ -33,7 +32,9 @@ namespace tarn
 class PLEXA_CAN_API CanBus
 {
 public:
-    /// Opens a bus, or one more connection to it.
+    /// Opens a bus, or one more connection to it. From any thread. Blocks while a bus over TCP is
+    /// being connected, and for a log that is a FIFO until somebody writes to it. What is returned
+    /// is the caller's own connection.
     /// @throws CanException for a name, scheme, key or value that is unknown, with a message that
     ///     lists the known ones; and when the bus cannot be opened
     static std::tr1::shared_ptr<iCanBus> Open(const std::string& name);

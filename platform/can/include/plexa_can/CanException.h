@@ -15,15 +15,17 @@ namespace tarn
 class PLEXA_CAN_API CanException : public Poco::Exception
 {
 public:
+    /// @param text what went wrong, and what to do; becomes message()
+    /// @param code the error number, or 0; becomes code()
     explicit CanException(std::string const& text, int code = 0);
-    CanException(const CanException& other) = default;
-    CanException& operator=(const CanException& other) = default;
+    CanException(const CanException& other) = default;            ///< text and code too
+    CanException& operator=(const CanException& other) = default; ///< text and code too
     ~CanException() noexcept override;
 
-    const char* name() const noexcept override;
-    const char* className() const noexcept override;
-    Poco::Exception* clone() const override;
-    void rethrow() const override;
+    const char* name() const noexcept override;      ///< "CAN exception", ahead of message()
+    const char* className() const noexcept override; ///< the type, as the compiler encodes it
+    Poco::Exception* clone() const override;         ///< a copy, which the caller owns
+    void rethrow() const override;                   ///< throws a copy of this very type
 };
 
 } // namespace tarn

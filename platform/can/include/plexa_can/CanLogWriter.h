@@ -20,21 +20,25 @@ namespace tarn
 class PLEXA_CAN_API CanLogWriter
 {
 public:
+    /// When frames are handed to the system.
     enum tFlush : int {
         FLUSH_WHEN_FULL,  ///< in large blocks; the last one at Flush() or Close()
         FLUSH_EVERY_FRAME ///< so that a frame is in the file when Write() has returned
     };
 
+    /// How a log is written.
     struct Options {
         /// For frames that name no interface: 1 to 15 printable characters.
         std::string interfaceName = "can0";
-        tFlush flush = FLUSH_WHEN_FULL;
+        tFlush flush = FLUSH_WHEN_FULL; ///< in blocks, or each at once
     };
 
     /// Makes the file, or empties the one that is there.
     /// @throws CanException when it cannot, or the options are refused
     CanLogWriter(const std::string& path, const Options& options);
+    /// The same with the options as they are by default.
     explicit CanLogWriter(const std::string& path);
+    /// Closes; a failure is only logged.
     ~CanLogWriter();
     CanLogWriter(const CanLogWriter&) = delete;
     CanLogWriter& operator=(const CanLogWriter&) = delete;
@@ -57,6 +61,7 @@ public:
     /// @throws CanException as Flush()
     void Close();
 
+    /// The form that the name of the file chose.
     tCanLogForm GetForm() const;
     /// Frames that Write() took.
     unsigned long long GetFrames() const;

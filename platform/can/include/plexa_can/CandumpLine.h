@@ -11,6 +11,7 @@ namespace tarn
 
 /// What one line of a candump log says. Filled by ParseCandumpLine().
 struct CandumpLine {
+    /// What a line is.
     enum tKind : int {
         KIND_COMMENT,  ///< blank, "# ...", or the explanation that candump -e puts below a frame
         KIND_FRAME,    ///< a classical CAN frame of any sort, in frame
@@ -18,21 +19,27 @@ struct CandumpLine {
         KIND_MALFORMED ///< anything else; reason and column say why
     };
 
+    /// How a line tells the time.
     enum tTimeForm : int {
-        TIME_NONE,
+        TIME_NONE,     ///< not at all
         TIME_ABSOLUTE, ///< seconds since 1970: (1609779922.655421)
         TIME_DATE,     ///< date and time of day: (2021-01-04 17:05:22.655421)
         TIME_RELATIVE  ///< seconds since another frame: (000.000123)
     };
 
-    enum tDirection : int { DIRECTION_UNKNOWN, DIRECTION_RECEIVED, DIRECTION_SENT };
+    /// What the machine that wrote the log did with the frame.
+    enum tDirection : int {
+        DIRECTION_UNKNOWN,  ///< the line does not say
+        DIRECTION_RECEIVED, ///< "R", or "RX"
+        DIRECTION_SENT      ///< "T", or "TX"
+    };
 
     /// Room for the name of a network interface, its final 0 included.
     static constexpr std::size_t INTERFACE_SIZE = 16;
 
-    tKind kind = KIND_MALFORMED;
-    tTimeForm timeForm = TIME_NONE;
-    tDirection direction = DIRECTION_UNKNOWN;
+    tKind kind = KIND_MALFORMED;              ///< decides which of the members count
+    tTimeForm timeForm = TIME_NONE;           ///< what the time stamp of frame counts from
+    tDirection direction = DIRECTION_UNKNOWN; ///< received or sent
     /// Digits that the time stamp has behind the point, 0 to 9.
     unsigned int timeDecimals = 0;
     /// Empty where the line names none.

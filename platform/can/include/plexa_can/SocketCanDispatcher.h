@@ -54,10 +54,11 @@ public:
     /// the kernel. The words carry the kernel's marks: 0x80000000 for a 29-bit identifier,
     /// 0x40000000 for a remote request; in identifier, 0x20000000 inverts the filter.
     struct Filter {
-        unsigned int identifier;
-        unsigned int mask;
+        unsigned int identifier; ///< what the bits of the mask have to be
+        unsigned int mask;       ///< 1 for each bit that counts
     };
 
+    /// What is received, and how long a call may take.
     struct Options {
         /// What the kernel hands over. Empty: every frame with a 29-bit identifier, no others.
         std::vector<Filter> filters;
@@ -80,6 +81,7 @@ public:
     ///     and the remedy; its code is the error number
     static std::tr1::shared_ptr<SocketCanDispatcher> Create(const std::string& interface,
                                                             const Options& options);
+    /// The same with the options as they are by default.
     static std::tr1::shared_ptr<SocketCanDispatcher> Create(const std::string& interface);
 
     /// Stops all handlers as Stop() does.
@@ -109,9 +111,11 @@ public:
     /// has none for, and then from error frames and changes of the interface.
     tCanBusState GetBusState() const;
 
-    /// The listener is not owned and must stay alive until it is removed. Removing blocks while a
-    /// call to it is running on another thread.
+    /// The listener hears of changes from now on. It is not owned and must stay alive until it is
+    /// removed. Starts the receive thread where it is not running.
+    /// @throws CanException when that cannot be started
     void AddStateListener(iCanBusStateListener* listener);
+    /// Blocks while a call to the listener is running on another thread.
     void RemoveStateListener(iCanBusStateListener* listener);
 
     /// True when the receive thread has got the real-time priority it was to have.

@@ -13,9 +13,9 @@ namespace tarn
 
 /// Where a server of the socketcand protocol offers a bus.
 struct SocketCandAddress {
-    std::string host; ///< a name, or an address of IPv4 or IPv6
-    std::string port = "29536";
-    std::string bus;
+    std::string host;           ///< a name, or an address of IPv4 or IPv6
+    std::string port = "29536"; ///< 1 to 65535
+    std::string bus;            ///< as the server calls it, see IsSocketCandBusName()
 };
 
 /// Reads HOST:PORT/BUS or HOST/BUS; an address of IPv6 stands in brackets: [::1]:29536/can0.
@@ -39,6 +39,7 @@ PLEXA_CAN_API SocketCandAddress ParseSocketCandAddress(const std::string& text);
 class PLEXA_CAN_API SocketCandDispatcher : public iCanBus
 {
 public:
+    /// Times, and what becomes of a connection that breaks.
     struct Options {
         /// Milliseconds for a connection to be made and the bus opened, and for a server to
         /// answer when the first handler is started. Finding the host's address by name is not
@@ -60,6 +61,7 @@ public:
     ///     server's word for it and what to do; its code is the error number
     static std::tr1::shared_ptr<SocketCandDispatcher> Create(const SocketCandAddress& address,
                                                              const Options& options);
+    /// The same with the options as they are by default.
     static std::tr1::shared_ptr<SocketCandDispatcher> Create(const SocketCandAddress& address);
 
     /// Stops all handlers as Stop() does. Frames that were sent are brought to the server first;
@@ -85,6 +87,7 @@ public:
 
     CanBusCounters GetCounters() const override;
 
+    /// False from the moment that a break was noticed until the connection is there again.
     bool IsConnected() const;
 
     /// Why the connection broke for good; empty while there is one, or it is to be made again.

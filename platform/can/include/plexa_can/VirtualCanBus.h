@@ -25,6 +25,7 @@ class VirtualCanNode;
 class PLEXA_CAN_API VirtualCanBus
 {
 public:
+    /// On which thread handlers run.
     enum tDelivery : int {
         /// Each node delivers on a receive thread of its own, from a bounded queue.
         DELIVERY_THREADED = 0,
@@ -34,8 +35,9 @@ public:
         DELIVERY_INLINE = 1
     };
 
+    /// What a bus is like.
     struct Options {
-        tDelivery delivery = DELIVERY_THREADED;
+        tDelivery delivery = DELIVERY_THREADED; ///< a thread a node, or the sender's
 
         /// Frames that wait at a node for its handlers, beside those just being delivered; also the
         /// frames of a node that wait for their turn on a bus with a bit rate.
@@ -59,7 +61,7 @@ public:
         double duplication = 0; ///< the node gets the frame twice
         double errorFrame = 0;  ///< the node gets an error frame (CAN_ERR_BUSERROR) ahead of it
         unsigned int delay = 0; ///< milliseconds by which frames arrive late; they stay in order
-        unsigned long long seed = 1;
+        unsigned long long seed = 1; ///< any number; where the sequence of chances begins
     };
 
     /// What has happened on the whole bus since it was made, nodes that are gone included; a node
@@ -86,12 +88,14 @@ public:
     /// A bus of its own, without a name.
     /// @throws CanException for options that contradict each other
     static std::tr1::shared_ptr<VirtualCanBus> Create(const Options& options);
+    /// The same with the options as they are by default.
     static std::tr1::shared_ptr<VirtualCanBus> Create();
 
     /// The bus of this name in this process. It is made by the first who asks, with the options
     /// given, and goes with the last who holds it; others get it as it is, whatever their options.
     static std::tr1::shared_ptr<VirtualCanBus> Open(const std::string& name,
                                                     const Options& options);
+    /// The same with the options as they are by default.
     static std::tr1::shared_ptr<VirtualCanBus> Open(const std::string& name);
 
     ~VirtualCanBus();
@@ -104,6 +108,7 @@ public:
     /// From the next frame on. Begins a new sequence of chances from the seed.
     void SetFaults(const Faults& faults);
 
+    /// From any thread, also from inside a handler; all figures are of one moment.
     Counters GetCounters() const;
 
     /// Waits until no frame is waiting or being delivered, at most timeout milliseconds.

@@ -28,7 +28,7 @@ public:
     virtual void Stop(iCanMessageHandler* handler) = 0;
 
     /// Transmits one frame, which is copied if it is kept beyond the call. May be called from
-    /// several threads at once.
+    /// several threads at once. A bus whose queue is full may block for a time of its own.
     /// @throws CanException when the bus did not take the frame.
     virtual void Send(CanMessage& frame) = 0;
 };

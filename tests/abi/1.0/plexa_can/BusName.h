@@ -22,8 +22,8 @@ struct BusName {
     /// Most characters of a name.
     static constexpr std::size_t MAX_SIZE = 8192;
 
-    std::string scheme;
-    std::string address;
+    std::string scheme;  ///< the kind of bus: "socketcan"
+    std::string address; ///< which one of that kind: "can0"
     /// Key and value, in the order of the name.
     std::vector<std::pair<std::string, std::string>> options;
 };

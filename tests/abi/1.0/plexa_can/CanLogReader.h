@@ -58,7 +58,9 @@ public:
     /// @throws CanException as Next() does
     bool NextFrame(CandumpLine& entry);
 
+    /// Up to the last entry that was returned, or counted on the way to it.
     const Counters& GetCounters() const { return mCounters; }
+    /// The form that the content showed.
     tCanLogForm GetForm() const { return mForm; }
     /// How messages name the file.
     const std::string& GetName() const { return mInput.GetName(); }
@@ -67,6 +69,7 @@ public:
     /// The last entry to show to people: the line itself, a frame of pcap as candump writes it, or
     /// the bytes of a damaged packet.
     std::string GetText() const;
+    /// Bytes taken from the file, in blocks: more than the entries so far, up to its size.
     std::uint64_t GetBytesRead() const { return mInput.GetBytesRead(); }
 
 private:

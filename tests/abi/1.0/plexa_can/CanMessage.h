@@ -34,6 +34,7 @@ public:
     /// The identifier word as it was set: the identifier in its low 29 (or 11) bits. The bits above
     /// are carried along and mean nothing on the bus.
     unsigned int GetHeader() const { return mHeader; }
+    /// Stores the word as it is. Whether it has 29 bits, the flags say.
     void SetHeader(unsigned int header) { mHeader = header; }
 
     /// A copy of the data bytes. Its capacity is always 8, so appending the bytes that a frame can
@@ -45,6 +46,7 @@ public:
 
     /// The data bytes in place, GetDataSize() of them; valid until the frame changes or goes.
     const unsigned char* GetBytes() const { return mData.data(); }
+    /// 0 to 8.
     std::size_t GetDataSize() const { return mDataSize; }
     /// Replaces the data bytes by the size bytes at bytes, which may be null when size is 0.
     /// @throws CanException for more than 8 bytes; the frame is unchanged then.
@@ -52,6 +54,7 @@ public:
 
     /// The flags word (see tFlag), to read and to write.
     unsigned int& GetFlags() { return mFlags; }
+    /// The flags word, to read.
     unsigned int GetFlags() const { return mFlags; }
 
     /// True for an error frame.
@@ -59,6 +62,7 @@ public:
 
     /// When the frame was received, in nanoseconds since 1970-01-01 00:00 UTC; 0 where nobody said.
     unsigned long long GetTimeStamp() const { return mTimeStamp; }
+    /// Nanoseconds as GetTimeStamp() gives them; any number.
     void SetTimeStamp(unsigned long long nanoseconds) { mTimeStamp = nanoseconds; }
 
     /// The frame as candump and cansend of can-utils write it: the identifier in 8 hexadecimal

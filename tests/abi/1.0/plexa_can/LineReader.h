@@ -14,9 +14,9 @@ namespace tarn
 
 /// One line of input, without its newline. text is valid until the next line is read.
 struct InputLine {
-    const char* text = "";
-    std::size_t size = 0;
-    std::uint64_t number = 0;
+    const char* text = "";    ///< no final 0: size says where it ends
+    std::size_t size = 0;     ///< in bytes
+    std::uint64_t number = 0; ///< counted from 1
     /// The line is longer than the reader's memory; text is its beginning.
     bool cut = false;
 };
@@ -56,6 +56,7 @@ public:
 
     /// How messages name the file.
     const std::string& GetName() const { return mName; }
+    /// Bytes taken from the file so far, in blocks.
     std::uint64_t GetBytesRead() const { return mBytesRead; }
     /// True when BeforeRead ended the reading.
     bool IsStopped() const { return mStopped; }

@@ -24,6 +24,7 @@ namespace tarn
 class PLEXA_CAN_API LogReplayDispatcher : public iCanBus
 {
 public:
+    /// How a log is played.
     struct Options {
         /// 1: as fast as it was; 2: twice as fast; infinity: without waiting.
         double speed = 1;
@@ -52,6 +53,7 @@ public:
     ///     that cannot be
     static std::tr1::shared_ptr<LogReplayDispatcher> Create(const std::string& path,
                                                             const Options& options);
+    /// The same in the log's own time, once, without a record.
     static std::tr1::shared_ptr<LogReplayDispatcher> Create(const std::string& path);
 
     /// Stops all handlers as Stop() does, and the play at once.
@@ -81,6 +83,7 @@ public:
     /// Why the log could not be read to its end; empty when it could or still may.
     std::string GetFailure() const;
 
+    /// From any thread.
     Progress GetProgress() const;
 
     CanBusCounters GetCounters() const override;

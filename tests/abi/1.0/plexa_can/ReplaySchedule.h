@@ -14,6 +14,7 @@ namespace tarn
 class PLEXA_CAN_API ReplaySchedule
 {
 public:
+    /// A time of the steady clock, which nobody sets.
     using Time = std::chrono::steady_clock::time_point;
 
     /// @param speed above 0: 2 plays twice as fast; infinity makes every frame due at once

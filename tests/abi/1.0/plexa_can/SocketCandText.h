@@ -16,6 +16,7 @@ struct SocketCandElement {
     /// Most characters of an element, brackets included. Frames have fewer than 64.
     static constexpr std::size_t MAX_SIZE = 256;
 
+    /// What an element is.
     enum tKind : int {
         KIND_HI,       ///< < hi >: the server's greeting
         KIND_OK,       ///< < ok >: it did what it was told
@@ -29,7 +30,7 @@ struct SocketCandElement {
         KIND_MALFORMED ///< anything else; reason says why
     };
 
-    tKind kind = KIND_MALFORMED;
+    tKind kind = KIND_MALFORMED; ///< decides which of the members count
     /// For KIND_SEND and KIND_FRAME; of the latter with its time stamp.
     CanMessage frame;
     /// Printable characters, without '<' and '>', and a final 0.

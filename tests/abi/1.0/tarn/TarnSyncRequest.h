@@ -29,6 +29,7 @@ public:
     static std::tr1::shared_ptr<TarnSyncRequest>
     Create(std::tr1::shared_ptr<iTarnAsyncDispatcher> dispatcher);
 
+    /// The same, for classes that derive. Others use Create().
     explicit TarnSyncRequest(std::tr1::shared_ptr<iTarnAsyncDispatcher> dispatcher);
 
     /// Does not unsubscribe: no Send() may be running.

@@ -61,10 +61,12 @@ public:
 
     /// Receive the DATA messages that go to this address, 0 to 126; otherwise as SubscribeSource().
     virtual void SubscribeTarget(unsigned char targetAddr, iTarnMessageHandler* handler) = 0;
+    /// Removes every subscription of the handler to this target address.
     virtual void UnsubscribeTarget(unsigned char targetAddr, iTarnMessageHandler* handler) = 0;
 
     /// Receive every CHCP message.
     virtual void SubscribeChcp(iTarnMessageHandler* handler) = 0;
+    /// Removes every CHCP subscription of the handler.
     virtual void UnsubscribeChcp(iTarnMessageHandler* handler) = 0;
 
     /// Receive every message, DATA and CHCP.
