@@ -1,32 +1,15 @@
 #include "BusSender.h"
 
-#include "Failure.h"
 #include "FrameQueue.h"
 
 #include <plexa_can/CanException.h>
 
-#include <cerrno>
 #include <sys/eventfd.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 namespace tarn::tool
 {
-
-namespace
-{
-
-int MakeWakeUp()
-{
-    const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (descriptor < 0)
-        throw Trouble("no event descriptor: " + std::generic_category().message(errno) +
-                      "; see 'ulimit -n'");
-    return descriptor;
-}
-
-} // namespace
 
 BusSender::BusSender(iCanBus& bus) : mBus(bus), mWakeUp(MakeWakeUp()), mThread([this] { Run(); }) {}
 

@@ -149,7 +149,7 @@ private:
     {
         try {
             bus.Listen(
-                End(),
+                EndAfter(mDuration),
                 [&](CandumpLine& line) {
                     display.Show(line);
                     return mCount == 0 || display.CountShown() < mCount;
@@ -159,12 +159,6 @@ private:
             Report(bus, display);
             throw;
         }
-    }
-
-    LiveBus::Clock::time_point End() const
-    {
-        const bool endless = mDuration == Duration::zero();
-        return endless ? LiveBus::Clock::time_point::max() : LiveBus::Clock::now() + mDuration;
     }
 
     static void Report(const LiveBus& bus, const Display& display)

@@ -61,6 +61,12 @@ CLI::Option* AddDuration(CLI::App& verb, const std::string& name, Duration& valu
         ->type_name("TIME");
 }
 
+std::chrono::steady_clock::time_point EndAfter(Duration duration)
+{
+    using Clock = std::chrono::steady_clock;
+    return duration == Duration::zero() ? Clock::time_point::max() : Clock::now() + duration;
+}
+
 std::string DescribeDuration(Duration duration)
 {
     const auto nanoseconds = static_cast<double>(duration.count());

@@ -25,6 +25,9 @@ Duration ParseDuration(const std::string& option, const std::string& text);
 CLI::Option* AddDuration(CLI::App& verb, const std::string& name, Duration& value,
                          const std::string& help);
 
+/// The time that an option --duration says: so long from now, and never where it was not given (0).
+std::chrono::steady_clock::time_point EndAfter(Duration duration);
+
 /// "850 ns", "12.3 us", "1.25 ms", "2.5 s": three digits that count.
 std::string DescribeDuration(Duration duration);
 

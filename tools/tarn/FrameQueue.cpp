@@ -12,9 +12,6 @@
 namespace tarn::tool
 {
 
-namespace
-{
-
 int MakeWakeUp()
 {
     const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -23,8 +20,6 @@ int MakeWakeUp()
                       "; see 'ulimit -n'");
     return descriptor;
 }
-
-} // namespace
 
 FrameQueue::FrameQueue(tWhenFull whenFull, std::size_t capacity)
     : mWhenFull(whenFull),

@@ -57,6 +57,10 @@ private:
     bool mClosed = false;
 };
 
+/// A descriptor that becomes readable when it is written to (eventfd); whoever makes it closes it.
+/// @throws Failure when there is none to be had
+int MakeWakeUp();
+
 /// Nanoseconds since 1970.
 std::uint64_t TimeOfDay();
 

@@ -124,17 +124,11 @@ private:
     {
         try {
             Terminal terminal(mColour.IsOn());
-            MonitorSession(bus, terminal, model, facts).Run(End());
+            MonitorSession(bus, terminal, model, facts).Run(EndAfter(mDuration));
         } catch (const Failure&) { // what came up to then is accounted for
             Report(bus, model);
             throw;
         }
-    }
-
-    LiveBus::Clock::time_point End() const
-    {
-        const bool endless = mDuration == Duration::zero();
-        return endless ? LiveBus::Clock::time_point::max() : LiveBus::Clock::now() + mDuration;
     }
 
     static void Report(const LiveBus& bus, const MonitorModel& model)

@@ -91,8 +91,7 @@ public:
         const auto bus = option.Open();
         SocketCandServer server(bus, options);
         Begin(server);
-        const auto end =
-            mDuration == Duration::zero() ? Clock::time_point::max() : Clock::now() + mDuration;
+        const auto end = EndAfter(mDuration);
         server.Serve(end);
         if (!mQuiet)
             Report(server, *bus);

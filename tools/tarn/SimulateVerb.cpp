@@ -133,8 +133,7 @@ private:
                                        const std::tr1::shared_ptr<iCanBus>& bus)
     {
         const auto dispatcher = TarnAsyncDispatcher::Create(bus);
-        const Clock::time_point end =
-            mDuration == Duration::zero() ? Clock::time_point::max() : Clock::now() + mDuration;
+        const Clock::time_point end = EndAfter(mDuration);
         Simulation simulation(dispatcher);
         for (const InstalledDevice* const device : devices)
             simulation.Add(*device);
