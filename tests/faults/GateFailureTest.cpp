@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -22,6 +23,7 @@ namespace
 using namespace tarn;
 using namespace tarn::test;
 using Poco::Message;
+using support::BeforeMutexCall;
 using support::MutexFault;
 
 struct Site {
@@ -168,6 +170,47 @@ TEST(GateFailureInDestructors, IsDecidedAgain)
                   "8 TarnAsyncDispatcherMock "
                   "N4tarn23TarnAsyncDispatcherMockE::~TarnAsyncDispatcherMock() - EXIT\n");
     }
+}
+
+/// Another thread passes the sites of Start() while this one is about to decide the first of them,
+/// and then the level is raised.
+std::function<void()> DecidesInactive(TarnAsyncDispatcherMock& mock)
+{
+    return [&mock] {
+        mock.Start();
+        LogCapture::SetLevel(Message::PRIO_TRACE);
+    };
+}
+
+TEST(GateRace, WhatAnotherThreadDecidedStays)
+{
+    EXPECT_EQ(InOwnProcess([] {
+                  auto capture = LogCapture::OnAll(Message::PRIO_FATAL);
+                  const auto mock = TarnAsyncDispatcherMock::Create();
+                  {
+                      const BeforeMutexCall race(support::LOCK, 1, DecidesInactive(*mock));
+                      mock->Start();
+                  }
+                  return capture->Take() + "done";
+              }),
+              "done");
+}
+
+TEST(GateRace, WhatAnotherThreadDecidedStaysWhenTheUnlockFails)
+{
+    EXPECT_EQ(InOwnProcess([] {
+                  auto capture = LogCapture::OnAll(Message::PRIO_FATAL);
+                  const auto mock = TarnAsyncDispatcherMock::Create();
+                  std::optional<MutexFault> fault;
+                  const BeforeMutexCall race(support::LOCK, 1, [&] {
+                      DecidesInactive (*mock)();
+                      fault.emplace(support::UNLOCK, 1u);
+                  });
+                  EXPECT_THROW(mock->Start(), Poco::SystemException);
+                  mock->Start();
+                  return capture->Take() + "done";
+              }),
+              "done");
 }
 
 } // namespace

@@ -50,4 +50,16 @@ TEST(InactiveSites, AllocateNothingAndLockNothingOnceDecided)
               "done");
 }
 
+TEST(ActiveSites, LockNothingOnceDecided)
+{
+    EXPECT_EQ(InOwnProcess([] {
+                  LogCapture::SetLevel(Poco::Message::PRIO_TRACE); // and no channel that would lock
+                  const auto mock = TarnAsyncDispatcherMock::Create();
+                  mock->Start();
+                  EXPECT_EQ(CountCalls(support::LOCK, [&] { mock->Start(); }), 0u);
+                  return "done";
+              }),
+              "done");
+}
+
 } // namespace
