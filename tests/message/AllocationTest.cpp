@@ -10,6 +10,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <thread>
 
 namespace
 {
@@ -57,6 +58,18 @@ TEST(Framing, AllocatesNothingAfterTheFirstFrameOfTheThread)
     message.RawMessageRef();
     EXPECT_EQ(CountAllocations([&] { message.RawMessageRef(); }), 0u);
     EXPECT_EQ(CountAllocations([&] { message.RawMessage(); }), 0u);
+}
+
+TEST(Framing, AllocatesNothingForTheLongestFrameAfterTheShortest)
+{
+    std::thread([] { // where nothing has been framed yet
+        TarnMessage shortest;
+        shortest.RawMessageRef();
+        TarnMessage longest = WithPayload(8, {1, 2, 3, 4, 5, 6});
+        longest.SetModule(9);
+        EXPECT_EQ(CountAllocations([&] { longest.RawMessageRef(); }), 0u);
+    })
+        .join();
 }
 
 TEST(NewMessage, AllocatesItsPayloadOnce)
