@@ -47,9 +47,9 @@ int HalfOfLarger(int a, int b)
 int Drain(int left)
 {
     while (true) {
-        if (left == 2)
+        if (Half(left) < 4)
             break;
-        --left;
+        left = 6;
     }
     return left;
 }
@@ -60,14 +60,14 @@ bool IsSeven(int value)
 """
 TEST = """int HalfOfLarger(int, int);
 int Drain(int);
-int main() { return HalfOfLarger(4, 8) == 4 && HalfOfLarger(8, 4) == 4 && Drain(3) == 2 ? 0 : 1; }
+int main() { return HalfOfLarger(4, 8) == 4 && HalfOfLarger(8, 4) == 4 && Drain(20) == 6 && Drain(8) == 6 && Drain(5) == 5 ? 0 : 1; }
 """
 OWN_TEST = """bool IsSeven(int);
 int main() { return IsSeven(7) && !IsSeven(8) ? 0 : 1; }
 """
 PLAN = {
     "preset": "dev", "sources": "src", "library": "sample", "programs": ["sample_test", "own_test"],
-    "first": {"src/part": ["sample_test"]}, "patience": 1,
+    "first": {"src/part": ["sample_test"]}, "patience": 3,
 }
 LISTED = """# A comment.
 file: src/part/sample.cpp
