@@ -52,6 +52,7 @@ static_assert(Tile<32, SourceAddr, TargetAddr, Register, AddressingMode, Directi
                    Addressing, Priority, Type, Unused>());
 static_assert(Tile<32, ChcpMacID, Type, Unused>());
 static_assert(Tile<8, DataType, Status>());
+static_assert(!Tile<9, DataType, Status>() && !Tile<8, Status, DataType>());
 
 } // namespace tarn::layout
 
