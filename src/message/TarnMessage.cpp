@@ -6,7 +6,7 @@
 namespace tarn
 {
 
-TarnMessage::TarnMessage() : mValid(false), mHeader(0), mStatus(0), mDataType(0), mModule(0)
+TarnMessage::TarnMessage() : mValid(true), mHeader(0), mStatus(0), mDataType(0), mModule(0)
 {
     mData.reserve(payload::MAX_BYTES);
     SetType(TYPE_DATA);
@@ -19,7 +19,6 @@ TarnMessage::TarnMessage() : mValid(false), mHeader(0), mStatus(0), mDataType(0)
     SetTargetAddr(0);
     SetSourceAddr(1);
     SetWStatus(static_cast<tTarnWStatus>(2));
-    mValid = true;
 }
 
 TarnMessage::TarnMessage(const TarnMessage& other)
