@@ -90,6 +90,18 @@ TEST(LongFrame, ShowsItsBytesInTheText)
     EXPECT_EQ(message.GetDataSize(), 9u);
 }
 
+TEST(LongFrame, ShowsThousandsOfBytesInTheText)
+{
+    const std::string text =
+        Received(0, Bytes(5001, 0x41)).ToStringShort(); // the last is the status byte
+    const std::string end =
+        ",Status: STARTUP,DataType: S16F1,Data(0) : ,Raw-Header : 0,Raw-Data(5000) : ";
+    const std::size_t bytes = text.find(end) + end.size();
+    ASSERT_EQ(text.size() - bytes, 50000u);
+    for (std::size_t at = bytes; at < text.size(); at += 10)
+        ASSERT_EQ(text.substr(at, 10), " - 0x41(A)") << at;
+}
+
 TEST(LongFrame, CopiesAndComparesWhole)
 {
     const TarnMessage message = Received(0, Counting(20, 0, 8));
