@@ -351,6 +351,31 @@ TEST(TraceLines, OfTheMocksRouting)
                                 "8 DispatchResponse() - EXIT"}));
 }
 
+TEST(TraceLines, OfAHandlerThatLeftByItselfShowNoRemoval)
+{
+    const std::string lines = InOwnProcess([] {
+        auto capture = LogCapture::OnAll(Message::PRIO_TRACE);
+        const auto dispatcher = TarnAsyncDispatcher::Create(CanDispatcher());
+        std::string calls;
+        RecordingHandler leaving("A", calls);
+        leaving.SetAction([&](TarnMessage&) {
+            dispatcher->UnsubscribeChcp(&leaving);
+            return true;
+        });
+        dispatcher->SubscribeChcp(&leaving);
+        capture->Take();
+        CanMessage chcp = ChcpFrame(1);
+        dispatcher->DispatchResponse(chcp);
+        return capture->Take();
+    });
+    EXPECT_EQ(lines,
+              DispatcherLines({"8 DispatchResponse() - ENTER",
+                               "8 DispatchResponse() - Dispatching Response for Chcp-Message",
+                               "8 UnsubscribeChcp() - ENTER",
+                               "8 UnsubscribeChcp() - Deleting Handler ...",
+                               "8 UnsubscribeChcp() - EXIT", "8 DispatchResponse() - EXIT"}));
+}
+
 TEST(TraceLines, OfAnInvalidFrameAndOfAThrowingHandlerEndWithoutExit)
 {
     const std::string lines = InOwnProcess([] {
