@@ -137,7 +137,9 @@ class Finder:
         following = self.tokens[index + 1]
         if self.tokens[index].text == "~" and before.text in (";", "{", "}", ":", "::"):
             return False  # a destructor
-        return following.start == self.tokens[index].end and (before.kind == "sign" and before.text not in (")", "]") or before.text == "return")
+        if following.start != self.tokens[index].end:
+            return False
+        return before.text == "return" or (before.kind == "sign" and before.text not in (")", "]"))
 
     def start_of_condition(self, question):
         index = question
@@ -173,8 +175,9 @@ class Finder:
 
     def change_plain_statement(self, index, token, end):
         if token.text == "return":
-            alone = end == index + 2 and (self.tokens[index + 1].kind == "number" or self.tokens[index + 1].text in FLIPPED)
-            if end > index + 1 and not alone:
+            value = self.tokens[index + 1]
+            is_constant = end == index + 2 and (value.kind == "number" or value.text in FLIPPED)
+            if end > index + 1 and not is_constant:
                 self.add(index + 1, end - 1, "{}", "returned value -> {}")
             elif end == index + 1:
                 self.add(index, end, ";", "statement removed")

@@ -20,6 +20,7 @@ CLOSING = {")", "]", "}"}
 SCOPES = {"namespace", "class", "struct", "union", "enum"}
 BEFORE_BODY = {")", "]", "else", "do", "try", "const", "noexcept", "override", "final", ";", ":", "{", "}"}
 CONTROLS = {"if", "while", "for", "switch"}
+DECLARATIONS = SCOPES | {"const", "static", "constexpr", "auto", "using", "unsigned", "thread_local", "template", "typedef"}
 
 
 class Token:
@@ -155,7 +156,9 @@ def starts_statement(tokens, index):
         return follows_control(tokens, index - 1)
     if before.text == ":":
         return is_label_end(tokens, index - 1)
-    return before.text in (";", "else", "do") or before.brace == "body" or (before.text == "}" and ends_body(tokens, index - 1))
+    if before.text == "}":
+        return ends_body(tokens, index - 1)
+    return before.text in (";", "else", "do") or before.brace == "body"
 
 
 def ends_body(tokens, index):
@@ -176,8 +179,7 @@ def is_label_end(tokens, colon):
 
 def declares(tokens, first, end):
     """True when the statement is a declaration: a keyword of one, or a type and a name."""
-    keywords = {"const", "static", "constexpr", "auto", "using", "unsigned", "struct", "thread_local", "template", "class", "typedef", "enum", "union", "namespace"}
-    if tokens[first].text in keywords:
+    if tokens[first].text in DECLARATIONS:
         return True
     index = first
     while index < end and tokens[index].kind == "word":
