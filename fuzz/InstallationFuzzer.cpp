@@ -3,14 +3,19 @@
 #include "Require.h"
 #include "TypedValues.h"
 
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 using namespace tarn::tool;
 
 namespace
 {
+
+bool IsControl(char character)
+{
+    return (character >= 0 && character < ' ') || character == '\x7F';
+}
 
 /// What was accepted fits its type at any time, and has as many values as a message carries.
 void RequireFittingValues(const InstalledRegister& entry)
@@ -45,7 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         RequireOrder(ParseInstallation("file", text));
     } catch (const Failure& refusal) {
-        Require(std::strncmp(refusal.what(), "file:", 5) == 0, "refusal that names the file");
+        const std::string why = refusal.what();
+        Require(why.compare(0, 5, "file:") == 0, "refusal that names the file");
+        Require(std::none_of(why.begin(), why.end(), IsControl), "refusal fit for a terminal");
     }
     return 0;
 }

@@ -3,6 +3,7 @@
 #include "JsonPrinter.h"
 #include "Require.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -58,6 +59,11 @@ void RequireFrameSuffices(const CanMessage& frame)
             "the frame alone");
 }
 
+bool IsControl(char character)
+{
+    return (character >= 0 && character < ' ') || character == '\x7F';
+}
+
 bool IsRemote(const CanMessage& frame)
 {
     return (frame.GetFlags() & CanMessage::FLAG_REMOTE) != 0;
@@ -80,9 +86,10 @@ void ReadAsObject(const std::string& text)
     } catch (const Failure& refusal) {
         Require(refusal.GetStatus() == EXIT_TROUBLE || refusal.GetStatus() == EXIT_USAGE,
                 "the status of a refusal");
-        Require(std::string(refusal.what()).find(';') != std::string::npos ||
-                    std::string(refusal.what()).find(". Give one") != std::string::npos,
+        const std::string why = refusal.what();
+        Require(why.find(';') != std::string::npos || why.find(". Give one") != std::string::npos,
                 "a refusal that says what to do");
+        Require(std::none_of(why.begin(), why.end(), IsControl), "a refusal fit for a terminal");
     }
 }
 
