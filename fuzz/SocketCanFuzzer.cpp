@@ -1,4 +1,5 @@
 #include "CanSocket.h"
+#include "ControllerState.h"
 #include "ErrorFrameWords.h"
 #include "Require.h"
 
@@ -217,10 +218,30 @@ void RequireFramesOf(const std::vector<Packet>& packets, std::size_t count,
     Require(oddities == count - taken, "odd packets counted");
 }
 
+/// By the numbers of <linux/can/error.h>: class 0x40 bus-off, 0x100 restarted, 4 controller, whose
+/// second byte has 0x30 passive, 0x0C warning, 0x40 active again.
+std::optional<tarn::tCanBusState> StateTold(const CanMessage& frame)
+{
+    const unsigned int kind = frame.GetHeader();
+    const unsigned int detail = frame.GetDataSize() < 2 ? 0u : frame.GetBytes()[1];
+    if (kind / 0x40 % 2 == 1)
+        return tarn::CAN_BUS_OFF;
+    if (kind / 0x100 % 2 == 1)
+        return tarn::CAN_BUS_ERROR_ACTIVE;
+    if (kind / 4 % 2 == 0)
+        return std::nullopt;
+    if (detail / 0x10 % 4 != 0)
+        return tarn::CAN_BUS_ERROR_PASSIVE;
+    if (detail / 4 % 4 != 0)
+        return tarn::CAN_BUS_ERROR_WARNING;
+    return detail / 0x40 % 2 == 1 ? std::optional(tarn::CAN_BUS_ERROR_ACTIVE) : std::nullopt;
+}
+
 void RequireWords(const CanMessage& frame)
 {
     if (!frame.HasError())
         return;
+    Require(tarn::ControllerStateOf(frame) == StateTold(frame), "state of the controller");
     const std::string words = tarn::tool::DescribeErrorFrame(frame);
     Require(!words.empty() && words.size() < 1000, "an error frame in words");
     for (const char character : words)
