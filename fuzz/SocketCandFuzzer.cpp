@@ -1,8 +1,9 @@
+#include "Require.h"
+
 #include <plexa_can/SocketCandText.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -15,12 +16,6 @@ using tarn::SocketCandReader;
 
 namespace
 {
-
-void Require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 bool IsFrame(const SocketCandElement& element)
 {
@@ -40,15 +35,16 @@ SocketCandElement Parse(const std::string& text)
     const std::vector<char> bytes(text.begin(), text.end()); // whose end the sanitizer watches
     SocketCandElement element;
     const bool understood = ParseSocketCandElement(bytes.data(), bytes.size(), element);
-    Require(understood == (element.kind != SocketCandElement::KIND_MALFORMED));
+    Require(understood == (element.kind != SocketCandElement::KIND_MALFORMED),
+            "understanding told twice");
     return element;
 }
 
 void RequireSameFrame(const CanMessage& one, const CanMessage& other)
 {
-    Require(one.ToString() == other.ToString());
-    Require(one.GetFlags() == other.GetFlags());
-    Require(one.GetHeader() == other.GetHeader());
+    Require(one.ToString() == other.ToString(), "frame by its text");
+    Require(one.GetFlags() == other.GetFlags(), "flags");
+    Require(one.GetHeader() == other.GetHeader(), "identifier");
 }
 
 /// What is written of an element is read as the same again.
@@ -58,25 +54,28 @@ void RequireSameAgain(const SocketCandElement& element)
     std::string send;
     AppendSocketCandFrame(element.frame, frame);
     AppendSocketCandSend(element.frame, send);
-    Require(frame.size() < 64 && send.size() < 64);
+    Require(frame.size() < 64 && send.size() < 64, "bounded text of a frame");
     const SocketCandElement asFrame = Parse(frame);
     const SocketCandElement asSend = Parse(send);
-    Require(asFrame.kind == SocketCandElement::KIND_FRAME);
-    Require(asSend.kind == SocketCandElement::KIND_SEND);
+    Require(asFrame.kind == SocketCandElement::KIND_FRAME, "frame written and read");
+    Require(asSend.kind == SocketCandElement::KIND_SEND, "command written and read");
     RequireSameFrame(asFrame.frame, element.frame);
     RequireSameFrame(asSend.frame, element.frame);
-    Require(asFrame.frame.GetTimeStamp() == element.frame.GetTimeStamp() / 1000 * 1000);
+    Require(asFrame.frame.GetTimeStamp() == element.frame.GetTimeStamp() / 1000 * 1000,
+            "time to the microsecond");
 }
 
 void RequireSound(const SocketCandElement& element)
 {
-    Require(std::memchr(element.text.data(), '\0', element.text.size()) != nullptr);
-    Require((element.kind == SocketCandElement::KIND_MALFORMED) == (element.reason[0] != '\0'));
-    Require(std::strpbrk(element.text.data(), "<>\n") == nullptr);
+    Require(std::memchr(element.text.data(), '\0', element.text.size()) != nullptr,
+            "text that ends");
+    Require((element.kind == SocketCandElement::KIND_MALFORMED) == (element.reason[0] != '\0'),
+            "reason of what is malformed");
+    Require(std::strpbrk(element.text.data(), "<>\n") == nullptr, "text without brackets");
     if (IsFrame(element))
         RequireSameAgain(element);
     if (element.kind == SocketCandElement::KIND_OPEN)
-        Require(tarn::IsSocketCandBusName(element.text.data()));
+        Require(tarn::IsSocketCandBusName(element.text.data()), "name that can be opened");
 }
 
 std::vector<std::string> Streamed(const std::uint8_t* data, std::size_t size, std::size_t piece)
@@ -100,9 +99,9 @@ std::vector<std::string> Streamed(const std::uint8_t* data, std::size_t size, st
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::vector<std::string> whole = Streamed(data, size, size + 1);
-    Require(Streamed(data, size, 1) == whole);
-    Require(Streamed(data, size, 7) == whole);
-    Require(whole.size() <= size);
+    Require(Streamed(data, size, 1) == whole, "elements of single characters");
+    Require(Streamed(data, size, 7) == whole, "elements of pieces of seven");
+    Require(whole.size() <= size, "no more elements than characters");
     RequireSound(Parse(std::string(data, data + size)));
     return 0;
 }

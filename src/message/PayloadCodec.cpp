@@ -71,7 +71,7 @@ float DecodeFixedPoint(std::uint16_t word, unsigned int format)
 
 float NarrowToSingle(double value)
 {
-    constexpr double LARGEST = std::numeric_limits<float>::max();
+    constexpr auto LARGEST = static_cast<double>(std::numeric_limits<float>::max());
     // Halfway between the largest single and 2^128; the tie goes to the even neighbour, 2^128.
     constexpr double OVERFLOWS = LARGEST + 0x1p103;
     constexpr float INFINITE = std::numeric_limits<float>::infinity();
@@ -93,7 +93,7 @@ double Float::ToValue(std::uint64_t word)
     const auto bits = static_cast<std::uint32_t>(word);
     float single = 0;
     std::memcpy(&single, &bits, sizeof single);
-    return single;
+    return static_cast<double>(single);
 }
 
 } // namespace tarn::payload

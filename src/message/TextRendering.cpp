@@ -216,7 +216,7 @@ template <typename Coding>
 void WriteNumbers(Writer& out, const std::vector<unsigned char>& data, Coding coding)
 {
     WriteElements(out, data, Coding::WIDTH, [&](const unsigned char* bytes) {
-        out.General(coding.ToValue(payload::ReadWord<Coding::WIDTH>(bytes)));
+        out.General(static_cast<double>(coding.ToValue(payload::ReadWord<Coding::WIDTH>(bytes))));
     });
 }
 

@@ -34,10 +34,12 @@ RULES = {
     "platform/common": [STD, POCO, OS, COMMON, OWN],
     "platform/can": [STD, POCO, OS, PCAP, COMMON, CAN, OWN],
     "tools": [STD, POCO, OS, COMMON, CAN, TARN, TOOL_LIBRARIES, OWN],
+    # In quotes also what the libraries hide, and sources of the command.
+    "fuzz": [STD, r"<stdint\.h>", POCO, OS, CAN, TARN, r"<fuzzer/\w+\.h>", r'"\w+\.h"'],
     "bench": [STD, POCO, OS, CAN, TARN, BENCHMARK, OWN],
     "examples": [STD, POCO, OS, COMMON, CAN, TARN, OWN],
 }
-RULED_ROOTS = ["include", "src", "platform", "tools", "bench", "examples"]
+RULED_ROOTS = ["include", "src", "platform", "tools", "fuzz", "bench", "examples"]
 SOURCES = {".h", ".hpp", ".cpp"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(<[^>]+>|"[^"]+")', re.MULTILINE)
 

@@ -213,6 +213,8 @@ INSTANTIATE_TEST_SUITE_P(Encode, EncodedObject, testing::ValuesIn(OBJECTS),
 
 const Literal BAD_OBJECTS[] = {
     {"NoJson", "target: 9", "no JSON, column 2: "},
+    {"ZeroInName", R"({"a\u0000b":1})", "\"a?b\": no such member"},
+    {"EscapeSequenceInName", R"({"\u001b[2J\u009b\u007f":1})", "\"?[2J???\": no such member"},
     {"Cut", R"({"target":9)", "no JSON, column 12: "},
     {"TwoObjects", "{} {}", "no JSON, column 4: "},
     {"Array", "[1]", "only numbers, texts and one list of them are known"},

@@ -198,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Scale", WithRegister(R"("type":"U8","values":[{"name":"a","scale":0}])"),
          "plant.json:3: devices[0].registers[0].values[0].scale 0: all values would be the same; "},
         {"UnitOfTwoLines", WithRegister(R"("type":"U8","values":[{"name":"a","unit":"a\nb"}])"),
-         "plant.json:3: devices[0].registers[0].values[0].unit \"a\nb\": no unit; "},
+         "plant.json:3: devices[0].registers[0].values[0].unit \"a?b\": no unit; "},
         {"ValueTooLarge", WithRegister(R"("type":"U8","values":[{"name":"a","value":256}])"),
          "plant.json:3: devices[0].registers[0].values[0].value 256: 256 does not fit U8, which "
          "holds 0 to 255 here; "},

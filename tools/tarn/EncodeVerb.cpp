@@ -87,7 +87,7 @@ private:
             throw UsageFailure("--json: does not go with options for fields; give one of both");
         mReader.ReadAll(
             mFiles,
-            [&out](CanMessage& frame) {
+            [&out](const CanMessage& frame) {
                 out.Put(frame.ToString());
                 out.Put('\n');
                 return true;

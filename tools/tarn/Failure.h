@@ -1,6 +1,7 @@
 #ifndef TARN_TOOLS_FAILURE_H
 #define TARN_TOOLS_FAILURE_H
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -16,11 +17,28 @@ enum tExitStatus : int {
     EXIT_SIGNAL = 128 ///< plus the number of the signal that ended the command
 };
 
+/// Control characters, which may stand in names and words of a file, become '?', so that a line for
+/// people neither ends early nor steers their terminal.
+inline std::string Printable(std::string text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const bool isUpper = byte >= 0x80 && byte < 0xA0 && i > 0 && text[i - 1] == '\xC2'; // UTF-8
+        if (byte < ' ' || byte == 0x7F || isUpper)
+            text[i] = '?';
+        if (isUpper)
+            text[i - 1] = '?';
+    }
+    return text;
+}
+
 /// Ends a verb. The text says "what: why; what to do".
 class Failure : public std::runtime_error
 {
 public:
-    Failure(tExitStatus status, const std::string& text) : std::runtime_error(text), mStatus(status)
+    Failure(tExitStatus status, const std::string& text)
+        : std::runtime_error(Printable(text)),
+          mStatus(status)
     {
     }
 

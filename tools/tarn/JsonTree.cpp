@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <system_error>
 
@@ -135,7 +136,7 @@ private:
             members.begin(), members.end(),
             [](const auto* one, const auto* other) { return one->name == other->name; });
         if (twice != members.end())
-            throw Refusal(mFile, (*(twice + 1))->line,
+            throw Refusal(mFile, (*std::next(twice))->line,
                           '"' + (*twice)->name + "\": stands there twice; the first is in line " +
                               std::to_string((*twice)->line) + ", remove one");
     }

@@ -114,7 +114,7 @@ std::string ShownValue(const InstalledValue& value, const PayloadValues& values,
     if (values.kind == PayloadValues::WHOLE)
         return InWords(value.Shown(static_cast<double>(values.whole[at])), WHOLE_DIGITS);
     if (value.scale != 1 || value.offset != 0)
-        return InWords(value.Shown(values.real[at]), REAL_DIGITS);
+        return InWords(value.Shown(static_cast<double>(values.real[at])), REAL_DIGITS);
     std::array<char, 40> text = {};
     const auto result = std::to_chars(text.data(), text.data() + text.size(), values.real[at]);
     return {text.data(), result.ptr};

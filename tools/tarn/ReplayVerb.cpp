@@ -174,7 +174,9 @@ private:
             CanLogReader log(
                 file, [](int descriptor, std::uint64_t) { return WaitForInput(descriptor); });
             mLog = &log;
-            if (!player.Play(log))
+            const bool goesOn = player.Play(log);
+            mLog = nullptr;
+            if (!goesOn)
                 return false;
             mBytesBefore += log.GetBytesRead();
         }

@@ -92,7 +92,7 @@ void PutNumbers(TarnMessage::tTarnDataType type, const std::vector<double>& numb
 
 TypeRange RangeOf(TarnMessage::tTarnDataType type)
 {
-    constexpr double MAX_FLOAT = std::numeric_limits<float>::max();
+    constexpr auto MAX_FLOAT = static_cast<double>(std::numeric_limits<float>::max());
     if (type == TarnMessage::DATATYPE_FLOAT)
         return {-MAX_FLOAT, MAX_FLOAT, 0};
     if (type > TarnMessage::DATATYPE_S16F7)

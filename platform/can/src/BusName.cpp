@@ -1,3 +1,5 @@
+#include "ShownText.h"
+
 #include <plexa_can/BusName.h>
 #include <plexa_can/CanException.h>
 
@@ -9,21 +11,9 @@ namespace tarn
 namespace
 {
 
-constexpr std::size_t SHOWN_SIZE = 80;
-
-/// Fit for a terminal, and no longer than a line.
-std::string Shown(const std::string& text)
-{
-    std::string shown = text.substr(0, SHOWN_SIZE);
-    std::replace_if(
-        shown.begin(), shown.end(),
-        [](char character) { return character >= 0 && character < ' '; }, '?');
-    return text.size() > SHOWN_SIZE ? shown + "..." : shown;
-}
-
 [[noreturn]] void Refuse(const std::string& text, const std::string& reason)
 {
-    throw CanException("bus name '" + Shown(text) + "': " + reason +
+    throw CanException("bus name '" + ShownText(text) + "': " + reason +
                        "; write it like virtual:bench or log:drive.log?speed=2&loop=1");
 }
 
@@ -46,11 +36,11 @@ void AddOption(const std::string& text, const std::string& option, BusName& name
     const std::size_t mark = option.find('=');
     const std::string key = option.substr(0, mark);
     if (mark == std::string::npos || !IsWord(key) || mark + 1 == option.size())
-        Refuse(text, "'" + Shown(option) + "' is not of the form key=value");
+        Refuse(text, "'" + ShownText(option) + "' is not of the form key=value");
     const bool twice = std::any_of(name.options.begin(), name.options.end(),
                                    [&](const auto& other) { return other.first == key; });
     if (twice)
-        Refuse(text, "the key '" + key + "' comes twice");
+        Refuse(text, "the key '" + ShownText(key) + "' comes twice");
     name.options.emplace_back(key, option.substr(mark + 1));
 }
 

@@ -64,6 +64,22 @@ const char* DirectionMark(CandumpLine::tDirection direction)
     return direction == CandumpLine::DIRECTION_RECEIVED ? " R" : " T";
 }
 
+struct CloseStream {
+    void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+
+using Stream = std::unique_ptr<std::FILE, CloseStream>;
+
+Stream Created(const std::string& path)
+{
+    Stream stream(std::fopen(path.c_str(), "we"));
+    if (stream == nullptr)
+        throw CanException(path + ": cannot create: " + Poco::Error::getMessage(errno) +
+                               "; give a path in a folder that can be written",
+                           errno);
+    return stream;
+}
+
 struct ClosePcap {
     void operator()(pcap_t* file) const { pcap_close(file); }
 };
@@ -79,19 +95,9 @@ public:
           mForm(IsPcapName(path) ? CAN_LOG_PCAP : CAN_LOG_CANDUMP)
     {
         RequireInterfaceName(options.interfaceName);
-        mStream = std::fopen(path.c_str(), "we");
-        if (mStream == nullptr)
-            throw CanException(path + ": cannot create: " + Poco::Error::getMessage(errno) +
-                                   "; give a path in a folder that can be written",
-                               errno);
+        mStream = Created(path);
         if (mForm == CAN_LOG_PCAP)
             BeginPcap();
-    }
-
-    ~Impl()
-    {
-        if (mStream != nullptr)
-            std::fclose(mStream);
     }
 
     Impl(const Impl&) = delete;
@@ -106,7 +112,7 @@ public:
             WritePacket(entry.frame);
         else
             WriteLine(entry);
-        RequireWritten(std::ferror(mStream) == 0);
+        RequireWritten(std::ferror(mStream.get()) == 0);
         ++mFrames;
         if (mOptions.flush == FLUSH_EVERY_FRAME)
             Flush();
@@ -115,7 +121,7 @@ public:
     void Flush()
     {
         RequireUsable();
-        RequireWritten(std::fflush(mStream) == 0);
+        RequireWritten(std::fflush(mStream.get()) == 0);
     }
 
     void Close()
@@ -123,26 +129,26 @@ public:
         if (mStream == nullptr)
             return;
         Flush();
-        std::FILE* const stream = mStream;
-        mStream = nullptr;
-        RequireWritten(std::fclose(stream) == 0);
+        RequireWritten(std::fclose(mStream.release()) == 0);
     }
 
     tCanLogForm GetForm() const { return mForm; }
     unsigned long long GetFrames() const { return mFrames; }
 
 private:
-    /// Writes the file header. What pcap_dump() takes is the stream itself.
+    /// Writes the file header. What pcap_dump() takes is the stream itself; pcap_dump_fopen() has
+    /// closed it when it fails.
     void BeginPcap()
     {
         mPcap.reset(pcap_open_dead_with_tstamp_precision(DLT_CAN_SOCKETCAN, SOCKET_CAN_PACKET_SIZE,
                                                          PCAP_TSTAMP_PRECISION_NANO));
-        mDumper = mPcap != nullptr ? pcap_dump_fopen(mPcap.get(), mStream) : nullptr;
-        if (mDumper != nullptr)
-            return;
-        mStream = nullptr;
-        throw CanException(mPath + ": cannot begin a pcap file: " +
-                           (mPcap != nullptr ? pcap_geterr(mPcap.get()) : "out of memory"));
+        if (mPcap == nullptr)
+            throw CanException(mPath + ": cannot begin a pcap file: out of memory");
+        std::FILE* const stream = mStream.release();
+        mDumper = pcap_dump_fopen(mPcap.get(), stream);
+        if (mDumper == nullptr)
+            throw CanException(mPath + ": cannot begin a pcap file: " + pcap_geterr(mPcap.get()));
+        mStream.reset(stream);
     }
 
     void WritePacket(const CanMessage& frame)
@@ -170,7 +176,7 @@ private:
                                  (named ? entry.interfaceName : mOptions.interfaceName.c_str()) +
                                  ' ' + entry.frame.ToString() + DirectionMark(entry.direction) +
                                  '\n';
-        std::fwrite(line.data(), 1, line.size(), mStream);
+        std::fwrite(line.data(), 1, line.size(), mStream.get());
     }
 
     void RequireUsable() const
@@ -199,7 +205,7 @@ private:
     const std::string mPath;
     const Options mOptions;
     const tCanLogForm mForm;
-    std::FILE* mStream = nullptr;
+    Stream mStream;
     std::unique_ptr<pcap_t, ClosePcap> mPcap;
     pcap_dumper_t* mDumper = nullptr;
     unsigned long long mFrames = 0;

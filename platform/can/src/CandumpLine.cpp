@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <string_view>
 
 namespace tarn
@@ -21,6 +22,8 @@ constexpr std::size_t MAX_FD_DATA_SIZE = 64;
 constexpr std::uint64_t NANOSECONDS = 1000000000u;
 /// candump pads seconds since 1970 to ten digits and differences to three.
 constexpr unsigned int ABSOLUTE_SECOND_DIGITS = 10;
+/// As many as a time stamp of CanMessage holds, up to the year 2554.
+constexpr unsigned int MAX_SECOND_DIGITS = 11;
 constexpr unsigned int MAX_DECIMALS = 9;
 
 constexpr unsigned char NO_DIGIT = 0xFF;
@@ -232,7 +235,7 @@ private:
 
     bool TimeStamp()
     {
-        ++mAt;
+        const char* const from = ++mAt;
         const bool dated = Rest().size() > 4 && mAt[4] == '-';
         std::uint64_t seconds = 0;
         std::uint64_t fraction = 0;
@@ -240,6 +243,8 @@ private:
             return false;
         if (!Take(')'))
             return Refuse("time stamp does not end with ')'");
+        if (seconds > (std::numeric_limits<std::uint64_t>::max() - fraction) / NANOSECONDS)
+            return Refuse("time stamp after the year 2554", from);
         mLine.frame.SetTimeStamp(seconds * NANOSECONDS + fraction);
         return true;
     }
@@ -247,9 +252,9 @@ private:
     bool Seconds(std::uint64_t& seconds)
     {
         const char* const from = mAt;
-        if (!Number(1, ABSOLUTE_SECOND_DIGITS, seconds))
+        if (!Number(1, MAX_SECOND_DIGITS, seconds))
             return false;
-        const bool absolute = mAt - from == ABSOLUTE_SECOND_DIGITS;
+        const bool absolute = mAt - from >= ABSOLUTE_SECOND_DIGITS;
         mLine.timeForm = absolute ? CandumpLine::TIME_ABSOLUTE : CandumpLine::TIME_RELATIVE;
         return true;
     }

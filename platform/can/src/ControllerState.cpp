@@ -1,6 +1,7 @@
 #include "ControllerState.h"
 
 #include <cstring>
+#include <linux/can/error.h>
 #include <linux/can/netlink.h>
 #include <linux/if_link.h>
 #include <linux/netlink.h>
@@ -12,6 +13,9 @@ namespace tarn
 
 namespace
 {
+
+/// CAN_ERR_CRTL_ACTIVE, which headers before Linux 4.4 lack.
+constexpr unsigned char CONTROLLER_ACTIVE = 0x40;
 
 /// The rest of a message, or the value of an attribute.
 struct Bytes {
@@ -88,6 +92,25 @@ std::optional<tCanBusState> ParseControllerState(const void* answer, std::size_t
     default:
         return std::nullopt;
     }
+}
+
+std::optional<tCanBusState> ControllerStateOf(const CanMessage& errorFrame)
+{
+    const unsigned int errorClass = errorFrame.GetHeader();
+    const unsigned int controller = errorFrame.GetDataSize() > 1 ? errorFrame.GetBytes()[1] : 0;
+    if ((errorClass & CAN_ERR_BUSOFF) != 0)
+        return CAN_BUS_OFF;
+    if ((errorClass & CAN_ERR_RESTARTED) != 0)
+        return CAN_BUS_ERROR_ACTIVE;
+    if ((errorClass & CAN_ERR_CRTL) == 0)
+        return std::nullopt;
+    if ((controller & (CAN_ERR_CRTL_RX_PASSIVE | CAN_ERR_CRTL_TX_PASSIVE)) != 0)
+        return CAN_BUS_ERROR_PASSIVE;
+    if ((controller & (CAN_ERR_CRTL_RX_WARNING | CAN_ERR_CRTL_TX_WARNING)) != 0)
+        return CAN_BUS_ERROR_WARNING;
+    if ((controller & CONTROLLER_ACTIVE) != 0)
+        return CAN_BUS_ERROR_ACTIVE;
+    return std::nullopt;
 }
 
 } // namespace tarn

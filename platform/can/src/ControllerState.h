@@ -1,6 +1,7 @@
 #ifndef PLEXA_CAN_SRC_CONTROLLER_STATE_H
 #define PLEXA_CAN_SRC_CONTROLLER_STATE_H
 
+#include <plexa_can/CanMessage.h>
 #include <plexa_can/SocketCanDispatcher.h>
 
 #include <cstddef>
@@ -14,6 +15,10 @@ namespace tarn
 /// not run, and where the answer is damaged or of another interface.
 std::optional<tCanBusState> ParseControllerState(const void* answer, std::size_t size,
                                                  unsigned int interfaceIndex);
+
+/// What an error frame (linux/can/error.h) says of the controller. Nothing for one that tells of
+/// something else.
+std::optional<tCanBusState> ControllerStateOf(const CanMessage& errorFrame);
 
 } // namespace tarn
 

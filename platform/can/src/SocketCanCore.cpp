@@ -1,5 +1,6 @@
 #include "SocketCanCore.h"
 
+#include "ControllerState.h"
 #include "LogSafely.h"
 
 #include <plexa_can/CanException.h>
@@ -8,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cxxabi.h>
-#include <linux/can/error.h>
 #include <system_error>
 
 namespace tarn
@@ -21,9 +21,6 @@ constexpr const char* LOGGER = "SocketCanDispatcher";
 
 /// Between two looks at a full transmit queue: about what two frames take at 1 Mbit/s.
 constexpr std::chrono::microseconds QUEUE_WAIT(250);
-
-/// CAN_ERR_CRTL_ACTIVE, which headers before Linux 4.4 lack.
-constexpr unsigned char CONTROLLER_ACTIVE = 0x40;
 
 /// Between two looks where the system fails to wait for frames.
 constexpr std::chrono::milliseconds FAILURE_WAIT(10);
@@ -260,20 +257,8 @@ void SocketCanDispatcher::Core::NoteDrops(unsigned int total)
 void SocketCanDispatcher::Core::NoteErrorFrame(const CanMessage& frame)
 {
     ++mErrorFrames;
-    const unsigned int errorClass = frame.GetHeader();
-    const unsigned int controller = frame.GetDataSize() > 1 ? frame.GetBytes()[1] : 0;
-    if ((errorClass & CAN_ERR_BUSOFF) != 0)
-        return SetState(CAN_BUS_OFF);
-    if ((errorClass & CAN_ERR_RESTARTED) != 0)
-        return SetState(CAN_BUS_ERROR_ACTIVE);
-    if ((errorClass & CAN_ERR_CRTL) == 0)
-        return;
-    if ((controller & (CAN_ERR_CRTL_RX_PASSIVE | CAN_ERR_CRTL_TX_PASSIVE)) != 0)
-        SetState(CAN_BUS_ERROR_PASSIVE);
-    else if ((controller & (CAN_ERR_CRTL_RX_WARNING | CAN_ERR_CRTL_TX_WARNING)) != 0)
-        SetState(CAN_BUS_ERROR_WARNING);
-    else if ((controller & CONTROLLER_ACTIVE) != 0)
-        SetState(CAN_BUS_ERROR_ACTIVE);
+    if (const auto state = ControllerStateOf(frame))
+        SetState(*state);
 }
 
 void SocketCanDispatcher::Core::LookAtLink()

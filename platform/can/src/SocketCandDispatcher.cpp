@@ -1,3 +1,4 @@
+#include "ShownText.h"
 #include "SocketCandCore.h"
 
 #include <plexa_can/CanException.h>
@@ -14,7 +15,7 @@ namespace
 
 [[noreturn]] void Refuse(const std::string& text, const char* reason)
 {
-    throw CanException("address '" + text + "': " + reason +
+    throw CanException("address '" + ShownText(text) + "': " + reason +
                        "; write it like 192.168.1.20:29536/can0 or [::1]:29536/can0");
 }
 

@@ -33,7 +33,7 @@ std::string FailureOf(const std::string& name)
 struct NameCase {
     const char* name;
     std::string text;
-    const char* result; ///< the parts, or a part of the message
+    std::string result; ///< the parts, or a part of the message
 };
 
 void PrintTo(const NameCase& row, std::ostream* out)
@@ -96,6 +96,9 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"EmptyKey", "virtual:x?=1", "'=1' is not of the form key=value"},
         NameCase{"OddKey", "virtual:x?Queue=1", "'Queue=1' is not of the form key=value"},
         NameCase{"Twice", "virtual:x?queue=1&queue=2", "the key 'queue' comes twice"},
+        NameCase{"LongKeyTwice",
+                 "virtual:x?" + std::string(81, 'k') + "=1&" + std::string(81, 'k') + "=2",
+                 "the key '" + std::string(80, 'k') + "...' comes twice"},
         NameCase{"Newline", "virtual:x\ny", "'virtual:x?y': has a control character"},
         NameCase{"Zero", std::string("virtual:x\0y", 11), "has a control character"},
         NameCase{"TooLong", "virtual:" + std::string(8185, 'x'), "longer than 8192 characters"},
@@ -118,6 +121,8 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"NoBusOverTcp", "socketcand:127.0.0.1:29536",
                  "address '127.0.0.1:29536': is not HOST:PORT/BUS; write it like "
                  "192.168.1.20:29536/can0 or [::1]:29536/can0"},
+        NameCase{"LongAddress", "socketcand:" + std::string(81, 'h'),
+                 "address '" + std::string(80, 'h') + "...': is not HOST:PORT/BUS"},
         NameCase{"NoHost", "socketcand::29536/can0", "names no host"},
         NameCase{"NoHostInBrackets", "socketcand:[]:29536/can0", "names no host"},
         NameCase{"NobodyAtAll", "socketcand:/can0", "is not HOST:PORT/BUS"},
