@@ -11,13 +11,17 @@ namespace
 
 constexpr std::size_t SHOWN_SIZE = 80;
 
+/// Beyond the 128 of ASCII a char is negative on some processors only.
+bool IsControl(char character)
+{
+    return static_cast<unsigned char>(character) < ' ' || character == '\x7F';
+}
+
 /// Fit for a terminal, and no longer than a line.
 std::string Shown(const std::string& text)
 {
     std::string shown = text.substr(0, SHOWN_SIZE);
-    std::replace_if(
-        shown.begin(), shown.end(),
-        [](char character) { return character >= 0 && character < ' '; }, '?');
+    std::replace_if(shown.begin(), shown.end(), IsControl, '?');
     return text.size() > SHOWN_SIZE ? shown + "..." : shown;
 }
 
@@ -36,9 +40,7 @@ bool IsWord(const std::string& text)
 
 bool HasControlCharacters(const std::string& text)
 {
-    return std::any_of(text.begin(), text.end(), [](char character) {
-        return (character >= 0 && character < ' ') || character == '\x7F';
-    });
+    return std::any_of(text.begin(), text.end(), IsControl);
 }
 
 void AddOption(const std::string& text, const std::string& option, BusName& name)
