@@ -1,7 +1,8 @@
 # plexa_add_test(NAME [SOURCES file...] [LINK target...] [LABELS label...] [ENVIRONMENT VAR=value...]
-#                [NOT_EMULATED pattern...]):
+#                [NOT_EMULATED pattern...] [SLOW_EMULATED]):
 # a GoogleTest program whose every test is a test of ctest's too, or which is one as a whole. Tests labelled slow
-# run one at a time. NOT_EMULATED are the tests that an emulator of the processor alone cannot run.
+# run one at a time. NOT_EMULATED are the tests that an emulator of the processor cannot run; SLOW_EMULATED has
+# the label slow-emulated there.
 set(PLEXA_GOOGLETEST_SOURCE "" CACHE PATH "Sources of GoogleTest to build along, instead of an installed one")
 option(PLEXA_WHOLE_TEST_PROGRAMS "A program of tests is one test of ctest: for emulators, which are slow to start"
   ${CMAKE_CROSSCOMPILING})
@@ -39,8 +40,11 @@ function(plexa_link_test name)
 endfunction()
 
 function(plexa_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LABELS;ENVIRONMENT;NOT_EMULATED" ${ARGN})
+  cmake_parse_arguments(ARG "SLOW_EMULATED" "" "SOURCES;LINK;LABELS;ENVIRONMENT;NOT_EMULATED" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  if(ARG_SLOW_EMULATED AND CMAKE_CROSSCOMPILING)
+    list(APPEND ARG_LABELS slow-emulated)
+  endif()
   plexa_link_test(${name} ${ARG_LINK})
   set(properties "")
   foreach(property IN ITEMS LABELS ENVIRONMENT)
