@@ -1,8 +1,8 @@
 # plexa_add_test(NAME [SOURCES file...] [LINK target...] [LABELS label...] [ENVIRONMENT VAR=value...]
 #                [NOT_EMULATED pattern...] [SLOW_EMULATED]):
 # a GoogleTest program whose every test is a test of ctest's too, or which is one as a whole. Tests labelled slow
-# run one at a time. NOT_EMULATED are the tests that an emulator of the processor cannot run; SLOW_EMULATED has
-# the label slow-emulated there.
+# run one at a time. NOT_EMULATED are tests that an emulator of the processor leaves out; a program that is
+# SLOW_EMULATED has the label slow-emulated there.
 set(PLEXA_GOOGLETEST_SOURCE "" CACHE PATH "Sources of GoogleTest to build along, instead of an installed one")
 option(PLEXA_WHOLE_TEST_PROGRAMS "A program of tests is one test of ctest: for emulators, which are slow to start"
   ${CMAKE_CROSSCOMPILING})
