@@ -1,6 +1,23 @@
-# plexa_add_test(NAME [SOURCES file...] [LINK target...] [LABELS label...] [ENVIRONMENT VAR=value...]):
-# a GoogleTest program whose every test is a test of ctest's too. Tests labelled slow run one at a time.
-find_package(GTest REQUIRED)
+# plexa_add_test(NAME [SOURCES file...] [LINK target...] [LABELS label...] [ENVIRONMENT VAR=value...]
+#                [NOT_EMULATED pattern...] [SLOW_EMULATED]):
+# a GoogleTest program whose every test is a test of ctest's too, or which is one as a whole. Tests labelled slow
+# run one at a time. NOT_EMULATED are tests that an emulator of the processor leaves out; a program that is
+# SLOW_EMULATED has the label slow-emulated there.
+set(PLEXA_GOOGLETEST_SOURCE "" CACHE PATH "Sources of GoogleTest to build along, instead of an installed one")
+option(PLEXA_WHOLE_TEST_PROGRAMS "A program of tests is one test of ctest: for emulators, which are slow to start"
+  ${CMAKE_CROSSCOMPILING})
+
+if(PLEXA_GOOGLETEST_SOURCE)
+  set(INSTALL_GTEST OFF)
+  set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
+  add_subdirectory(${PLEXA_GOOGLETEST_SOURCE} ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+  if(NOT TARGET GTest::gmock)
+    add_library(GTest::gmock ALIAS gmock)
+    add_library(GTest::gtest_main ALIAS gtest_main)
+  endif()
+else()
+  find_package(GTest REQUIRED)
+endif()
 include(GoogleTest)
 
 if(PLEXA_PRECOMPILE)
@@ -23,8 +40,11 @@ function(plexa_link_test name)
 endfunction()
 
 function(plexa_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LABELS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(ARG "SLOW_EMULATED" "" "SOURCES;LINK;LABELS;ENVIRONMENT;NOT_EMULATED" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  if(ARG_SLOW_EMULATED AND CMAKE_CROSSCOMPILING)
+    list(APPEND ARG_LABELS slow-emulated)
+  endif()
   plexa_link_test(${name} ${ARG_LINK})
   set(properties "")
   foreach(property IN ITEMS LABELS ENVIRONMENT)
@@ -35,7 +55,29 @@ function(plexa_add_test name)
   if("slow" IN_LIST ARG_LABELS)
     list(APPEND properties RUN_SERIAL ON TIMEOUT 600)
   endif()
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
+  if(NOT PLEXA_WHOLE_TEST_PROGRAMS)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
+    return()
+  endif()
+  set(filter "")
+  if(CMAKE_CROSSCOMPILING AND ARG_NOT_EMULATED)
+    list(JOIN ARG_NOT_EMULATED ":" filter)
+    set(filter "--gtest_filter=-${filter}")
+  endif()
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1 ${filter})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 600 ${properties})
+endfunction()
+
+# plexa_start_path(VARIABLE TARGET): the path by which tests start a program of the build: its own, or that of a
+# script in emulated/ which hands it to the emulator.
+function(plexa_start_path variable target)
+  set(${variable} "$<TARGET_FILE:${target}>" PARENT_SCOPE)
+  if(CMAKE_CROSSCOMPILING)
+    file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/emulated/${target}
+      CONTENT "#!/bin/sh\nexec $<JOIN:$<TARGET_PROPERTY:${target},CROSSCOMPILING_EMULATOR>, > $<TARGET_FILE:${target}> \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set(${variable} ${PROJECT_BINARY_DIR}/emulated/${target} PARENT_SCOPE)
+  endif()
 endfunction()
 
 # Has the property PROGRAMS: a line each for tests/can-kernel/each.
@@ -45,6 +87,9 @@ add_custom_target(can_kernel)
 # a GoogleTest program, or a command, that runs on a kernel with CAN, as root, with vcan0 and vcan1 up.
 # STEADY gives it a boot of its own, of a machine whose speed does not depend on the load of this one.
 function(plexa_add_can_kernel_test name)
+  if(CMAKE_CROSSCOMPILING) # there is no kernel of the target
+    return()
+  endif()
   cmake_parse_arguments(ARG "STEADY" "" "SOURCES;LINK;COMMAND" ${ARGN})
   if(ARG_SOURCES)
     add_executable(${name} ${ARG_SOURCES})

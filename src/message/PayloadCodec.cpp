@@ -7,8 +7,9 @@
 
 static_assert(std::numeric_limits<float>::is_iec559 && sizeof(float) == 4,
               "a FLOAT payload is an IEEE 754 binary32");
-#ifdef __FAST_MATH__
-#error "-ffast-math breaks the NaN and rounding results of the payload codec: build without it"
+#if defined(__FAST_MATH__) || (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__ != 0)
+#error                                                                                             \
+    "the payload codec needs NaN and exact rounding: build without -ffast-math, -ffinite-math-only, -Ofast"
 #endif
 
 namespace tarn::payload

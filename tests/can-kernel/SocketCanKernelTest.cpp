@@ -82,7 +82,8 @@ TEST(SocketCanKernel, ReceivesEveryLengthByteForByteWithTheKernelsTime)
                                                "1F800007#11223344556677",
                                                "1F800008#1122334455667788"};
     for (unsigned int size = 0; size <= 8; ++size)
-        partner.Send(CAN_EFF_FLAG | (0x1F800000 + size), {bytes.begin(), bytes.begin() + size});
+        partner.Send(CAN_EFF_FLAG | (0x1F800000 + size),
+                     {bytes.begin(), std::next(bytes.begin(), static_cast<int>(size))});
     ASSERT_TRUE(frames.AwaitCount(9));
     dispatcher->Stop(&frames);
     std::vector<std::string> received;
@@ -152,7 +153,7 @@ TEST(SocketCanKernel, AFloodIsAccountedForToTheLastFrame)
     partner.Send(CAN_EFF_FLAG | COUNT);
     CanBusCounters counters = dispatcher->GetCounters();
     ASSERT_GT(counters.droppedByKernel, 0u) << "the flood was no flood";
-    ASSERT_TRUE(slow.AwaitCount(COUNT + 1 - counters.droppedByKernel));
+    ASSERT_TRUE(slow.AwaitCount(static_cast<std::size_t>(COUNT + 1 - counters.droppedByKernel)));
     dispatcher->Stop(&slow);
     counters = dispatcher->GetCounters();
     EXPECT_EQ(counters.received + counters.droppedByKernel, COUNT + 1);
@@ -173,7 +174,7 @@ TEST(SocketCanKernel, AFloodOfCangenIsAccountedForToTheLastFrame)
     Shell("cangen vcan0 -g 0 -e -I i -L 8 -n 5000"); // now it reads, but too slowly
     CanBusCounters counters = dispatcher->GetCounters();
     ASSERT_GT(counters.droppedByKernel, 0u) << "the flood was no flood";
-    ASSERT_TRUE(slow.AwaitCount(25000 - counters.droppedByKernel));
+    ASSERT_TRUE(slow.AwaitCount(static_cast<std::size_t>(25000 - counters.droppedByKernel)));
     dispatcher->Stop(&slow);
     counters = dispatcher->GetCounters();
     EXPECT_EQ(counters.received + counters.droppedByKernel, 25000u);

@@ -3,6 +3,7 @@
 
 #include <tarn/TarnMessage.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -85,9 +86,10 @@ TEST(U24Payload, LeavesTheTopByteOfTheUnitZero)
 {
     std::vector<tarn_u24_t> values;
     ASSERT_TRUE(WithPayload(10, {0xFF, 0xFF, 0xFF}).GetData(values));
-    unsigned int unit = 0;
-    std::memcpy(&unit, &values.front(), sizeof unit);
-    EXPECT_EQ(unit, 0x00FFFFFFu);
+    unsigned char unit[sizeof(tarn_u24_t)] = {};
+    std::memcpy(unit, &values.front(), sizeof unit);
+    // The byte behind the value, in the order of either kind of machine.
+    EXPECT_THAT(unit, testing::ElementsAre(0xFF, 0xFF, 0xFF, 0x00));
 }
 
 TEST(U32Payload, TravelsLowByteFirst)

@@ -27,7 +27,7 @@ std::string DrawRow(std::uint64_t step, std::uint64_t count, std::uint64_t large
     std::array<char, 48> text = {};
     std::snprintf(text.data(), text.size(), "%11s %9llu ", label.c_str(),
                   static_cast<unsigned long long>(count));
-    const std::size_t bar = (count * BAR_WIDTH + largest - 1) / largest;
+    const auto bar = static_cast<std::size_t>((count * BAR_WIDTH + largest - 1) / largest);
     return text.data() + std::string(bar, '#') + '\n';
 }
 
@@ -40,7 +40,7 @@ std::size_t LatencyStatistics::BucketOf(std::uint64_t nanoseconds)
         nanoseconds /= 2;
         ++doubling;
     }
-    return doubling * SUB_BUCKETS + nanoseconds;
+    return doubling * SUB_BUCKETS + static_cast<std::size_t>(nanoseconds);
 }
 
 std::uint64_t LatencyStatistics::EndOf(std::size_t bucket)

@@ -20,7 +20,7 @@ void AddRange(const std::string& option, std::string_view item, unsigned int max
         throw UsageFailure(option + " " + std::string(item) + ": no number or range from 0 to " +
                            std::to_string(max) + "; write it like 5,7-9 or 0x10-0x13");
     for (auto number = *first; number <= *last; ++number)
-        numbers.set(number);
+        numbers.set(static_cast<std::size_t>(number));
 }
 
 } // namespace

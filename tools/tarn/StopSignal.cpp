@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdint>
 #include <initializer_list>
+#include <limits>
 #include <poll.h>
 
 namespace tarn::tool
@@ -22,13 +24,18 @@ void Remember(int number)
     caughtSignal = number;
 }
 
+/// At most the 68 years that a time of 32 bits holds.
 timespec TimeLeft(std::chrono::steady_clock::time_point until)
 {
     using namespace std::chrono;
-    constexpr nanoseconds::rep SECOND = 1000000000;
-    const auto left =
-        std::max(duration_cast<nanoseconds>(until - steady_clock::now()), nanoseconds::zero());
-    return {left.count() / SECOND, left.count() % SECOND};
+    constexpr seconds LONGEST{std::numeric_limits<std::int32_t>::max()};
+    const nanoseconds left = std::clamp<nanoseconds>(
+        duration_cast<nanoseconds>(until - steady_clock::now()), nanoseconds::zero(), LONGEST);
+    const auto whole = duration_cast<seconds>(left);
+    timespec time = {};
+    time.tv_sec = static_cast<time_t>(whole.count());
+    time.tv_nsec = static_cast<decltype(time.tv_nsec)>((left - whole).count());
+    return time;
 }
 
 } // namespace

@@ -26,9 +26,7 @@ bool IsWord(const std::string& text)
 
 bool HasControlCharacters(const std::string& text)
 {
-    return std::any_of(text.begin(), text.end(), [](char character) {
-        return (character >= 0 && character < ' ') || character == '\x7F';
-    });
+    return std::any_of(text.begin(), text.end(), IsControl);
 }
 
 void AddOption(const std::string& text, const std::string& option, BusName& name)

@@ -19,9 +19,11 @@ namespace tarn
 namespace
 {
 
+/// A kernel of 32 bits gives the seconds after the year 2038 as negative numbers.
 unsigned long long Nanoseconds(const timespec& time)
 {
-    return static_cast<unsigned long long>(time.tv_sec) * 1000000000ull +
+    return static_cast<unsigned long long>(static_cast<unsigned long>(time.tv_sec)) *
+               1000000000ull +
            static_cast<unsigned long long>(time.tv_nsec);
 }
 

@@ -15,8 +15,9 @@ using namespace tarn;
 using namespace tarn::test;
 
 /// From a buffer of just that size, so that a read beyond it is seen.
-std::optional<tCanBusState> Parse(const std::string& answer, unsigned int index = 7)
+std::optional<tCanBusState> Parse(const std::string& littleEndian, unsigned int index = 7)
 {
+    const std::string answer = InOwnByteOrder(littleEndian);
     const std::vector<char> bytes(answer.begin(), answer.end());
     return ParseControllerState(bytes.data(), bytes.size(), index);
 }

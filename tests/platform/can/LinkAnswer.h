@@ -1,6 +1,7 @@
 #ifndef TARN_TESTS_PLATFORM_CAN_LINK_ANSWER_H
 #define TARN_TESTS_PLATFORM_CAN_LINK_ANSWER_H
 
+#include <algorithm>
 #include <string>
 
 namespace tarn::test
@@ -20,6 +21,25 @@ inline std::string LinkAnswer(char controllerState)
         "\x08\0\x03\0\0\x12\x7A\0"                 // 60: IFLA_CAN_CLOCK, 8 MHz
         "\x08\0\x04\0";                            // 68: IFLA_CAN_STATE
     return std::string(BYTES, sizeof BYTES - 1) + controllerState + std::string(3, '\0');
+}
+
+/// The same, cut short or not, as the kernel of this machine says it.
+inline std::string InOwnByteOrder(std::string answer)
+{
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    struct Number {
+        std::size_t at;
+        std::size_t size;
+    };
+    constexpr Number NUMBERS[] = {{0, 4},  {4, 2},  {6, 2},  {18, 2}, {20, 4}, {24, 4}, {32, 2},
+                                  {34, 2}, {44, 2}, {46, 2}, {48, 2}, {50, 2}, {56, 2}, {58, 2},
+                                  {60, 2}, {62, 2}, {64, 4}, {68, 2}, {70, 2}, {72, 4}};
+    for (const Number& number : NUMBERS) {
+        if (number.at + number.size <= answer.size())
+            std::reverse(&answer[number.at], &answer[number.at] + number.size);
+    }
+#endif
+    return answer;
 }
 
 } // namespace tarn::test

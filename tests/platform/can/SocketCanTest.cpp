@@ -663,11 +663,11 @@ TEST_F(SocketCan, AListenerThatThrowsStopsNothing)
 
 TEST_F(SocketCan, KnowsTheStateOfAControllerThatIsInTroubleAlready)
 {
-    mSystem.SetLinkAnswer(LinkAnswer('\2'));
+    mSystem.SetLinkAnswer(InOwnByteOrder(LinkAnswer('\2')));
     OpenAndStart();
     EXPECT_EQ(mCore->GetBusState(), CAN_BUS_ERROR_PASSIVE);
     mCore->AddStateListener(&mStates);
-    mSystem.SetLinkAnswer(LinkAnswer('\3'));
+    mSystem.SetLinkAnswer(InOwnByteOrder(LinkAnswer('\3')));
     mSystem.SetLink(7, true);
     EXPECT_TRUE(mStates.Await({CAN_BUS_OFF})) << "told by netlink alone";
     mSystem.Receive(FrameOf(CAN_ERR_FLAG | CAN_ERR_RESTARTED));
@@ -679,13 +679,13 @@ TEST_F(SocketCan, KnowsTheStateOfAControllerThatIsInTroubleAlready)
 
 TEST_F(SocketCan, LooksAtTheControllerAgainWhenAHandlerComesBack)
 {
-    mSystem.SetLinkAnswer(LinkAnswer('\0'));
+    mSystem.SetLinkAnswer(InOwnByteOrder(LinkAnswer('\0')));
     OpenAndStart();
     mSystem.Receive(FrameOf(CAN_EFF_FLAG | 1));
     ASSERT_TRUE(mFrames.AwaitCount(1));
     mCore->AddStateListener(&mStates);
     mCore->Stop(&mFrames);
-    mSystem.SetLinkAnswer(LinkAnswer('\1'));
+    mSystem.SetLinkAnswer(InOwnByteOrder(LinkAnswer('\1')));
     mCore->Start(&mFrames);
     EXPECT_TRUE(mStates.Await({CAN_BUS_ERROR_WARNING}));
     mCore->RemoveStateListener(&mStates);
@@ -693,7 +693,7 @@ TEST_F(SocketCan, LooksAtTheControllerAgainWhenAHandlerComesBack)
 
 TEST_F(SocketCan, TakesTheControllerForActiveWhereItCannotAsk)
 {
-    mSystem.SetLinkAnswer(LinkAnswer('\3'));
+    mSystem.SetLinkAnswer(InOwnByteOrder(LinkAnswer('\3')));
     mSystem.FailNext("socket", {0, 0, EMFILE});
     Open();
     mSystem.FailNext("socket", {EMFILE});
