@@ -66,13 +66,11 @@ void SocketCanDispatcher::Core::Start(iCanMessageHandler* handler)
 {
     const SteadyLock lock(mMutex);
     StartThread();
-    const bool first = mHandlers.IsEmpty();
-    if (first)
-        ForgetWhatWaits();
+    if (!mHandlers.IsEmpty())
+        return mHandlers.Add(handler);
+    ForgetWhatWaits();
+    mSocket.Listen(true); // ahead of the handler: where it fails there is none, as before
     mHandlers.Add(handler);
-    if (!first)
-        return;
-    mSocket.Listen(true);
     Wake(); // error frames may have been missed, so the controller is looked at again
 }
 
