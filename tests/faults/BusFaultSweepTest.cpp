@@ -5,13 +5,19 @@
 #include "support/OwnProcess.h"
 #include "support/TemporaryFolder.h"
 
+#include <plexa_can/BusName.h>
 #include <plexa_can/CanBus.h>
 #include <plexa_can/CanException.h>
 #include <plexa_can/CanLogReader.h>
 #include <plexa_can/CanLogWriter.h>
+#include <plexa_can/CanTiming.h>
+#include <plexa_can/CandumpLine.h>
+#include <plexa_can/LineReader.h>
 #include <plexa_can/LogReplayDispatcher.h>
+#include <plexa_can/ReplaySchedule.h>
 #include <plexa_can/SocketCanDispatcher.h>
 #include <plexa_can/SocketCandDispatcher.h>
+#include <plexa_can/SocketCandText.h>
 #include <plexa_can/VirtualCanBus.h>
 
 #include <Poco/Logger.h>
@@ -19,6 +25,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -116,6 +123,9 @@ struct World {
     std::unique_ptr<CanLogReader> reader;
     std::unique_ptr<CanLogWriter> writer;
     CandumpLine line;
+    std::optional<LineReader> lines;
+    std::vector<unsigned char> bytes = {1, 2, 3};
+    SocketCandElement element;
 
     template <typename Bus>
     Bus& As()
@@ -553,6 +563,90 @@ std::string WriterComplaint(World& world)
     return rows;
 }
 
+// Values and texts.
+
+std::string Nothing(World&)
+{
+    return {};
+}
+
+void Prepare(World& world)
+{
+    world.path = world.folder.File("a.log", LOG);
+    world.name = "0123456789012345678901234567890123456789"; // more than a string keeps within
+}
+
+void OpenLines(World& world)
+{
+    Prepare(world);
+    world.lines.emplace(world.path);
+}
+
+[[maybe_unused]] std::vector<Row> ValueRows()
+{
+    return {
+        {"FrameToString", Prepare, [](World& w) { w.frame.ToString(); }, Nothing},
+        {"FrameGetData", Prepare, [](World& w) { w.frame.GetData(); }, Nothing},
+        {"FrameSetData", Prepare, [](World& w) { w.frame.SetData(w.bytes); }, Nothing},
+        {"FrameSetBytes", Prepare,
+         [](World& w) { w.frame.SetBytes(w.bytes.data(), w.bytes.size()); }, Nothing},
+        {"FrameNew", Prepare, [](World& w) { w.frame = CanMessage(); }, Nothing},
+        {"FrameBits", Prepare, [](World& w) { FrameBits(w.frame); }, Nothing},
+        {"ArbitrationRank", Prepare, [](World& w) { ArbitrationRank(w.frame); }, Nothing},
+        {"ParseBusName", Prepare, [](World& w) { ParseBusName("virtual:" + w.name + "?queue=5"); },
+         Nothing},
+        {"ParseCandumpLine", Prepare,
+         [](World& w) { ParseCandumpLine(LOG, std::strlen(LOG) / 3, w.line); }, Nothing},
+        {"IsSocketCandBusName", Prepare, [](World& w) { IsSocketCandBusName(w.name); }, Nothing},
+        {"AppendSocketCandFrame", Prepare, [](World& w) { AppendSocketCandFrame(w.frame, w.name); },
+         Nothing},
+        {"AppendSocketCandSend", Prepare, [](World& w) { AppendSocketCandSend(w.frame, w.name); },
+         Nothing},
+        {"AppendSocketCandError", Prepare,
+         [](World& w) {
+             AppendSocketCandError("the bus is off, and stays so for a while", w.name);
+         },
+         Nothing},
+        {"ParseSocketCandElement", Prepare,
+         [](World& w) { ParseSocketCandElement("< send 123 1 ff >", 17, w.element); }, Nothing},
+        {"SocketCandReaderNext", Prepare,
+         [](World& w) {
+             SocketCandReader reader;
+             const char* at = "< frame 123 23.4 ff >";
+             reader.Next(at, at + 21, w.element);
+             reader.Reset();
+         },
+         Nothing},
+        {"Schedule", Prepare,
+         [](World& w) {
+             ReplaySchedule schedule(1);
+             const auto now = std::chrono::steady_clock::now();
+             schedule.DueTime(w.line, now);
+             schedule.Played(w.line);
+             schedule.Resume(now);
+             schedule.Restart();
+         },
+         Nothing},
+        {"LinesNew", Prepare, [](World& w) { w.lines.emplace(w.path); }, Nothing},
+        {"LinesNext", OpenLines,
+         [](World& w) {
+             InputLine line;
+             w.lines->Next(line);
+         },
+         Nothing},
+        {"LinesPeek", OpenLines, [](World& w) { w.lines->Peek(40); }, Nothing},
+        {"LinesRead", OpenLines,
+         [](World& w) {
+             char bytes[10];
+             w.lines->Read(bytes, sizeof bytes);
+         },
+         Nothing},
+        {"ExceptionNew", Prepare, [](World& w) { const CanException made(w.name, 5); }, Nothing},
+        {"ExceptionClone", Prepare, [](World& w) { delete CanException(w.name, 5).clone(); },
+         Nothing},
+    };
+}
+
 // Running them.
 
 std::size_t EntriesOf(const char* folder)
@@ -691,6 +785,7 @@ INSTANTIATE_TEST_SUITE_P(SocketCand, BusFaultSweep,
                          support::CaseName());
 INSTANTIATE_TEST_SUITE_P(Log, BusFaultSweep, testing::ValuesIn(ReplayRows() + FileRows()),
                          support::CaseName());
+INSTANTIATE_TEST_SUITE_P(Value, BusFaultSweep, testing::ValuesIn(ValueRows()), support::CaseName());
 #endif
 
 } // namespace
