@@ -5,6 +5,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstring>
 #include <linux/can.h>
 #include <pthread.h>
 #include <string>
@@ -14,7 +15,8 @@
 namespace tarn::test
 {
 
-/// Sends numbered 29-bit frames of 8 bytes at a steady rate, a burst each tick. Runs ahead of
+/// Sends numbered 29-bit frames of 8 bytes, which are the steady clock in nanoseconds, at a steady
+/// rate, a burst each tick. Runs ahead of
 /// everything else on the machine, as the interrupts of a controller do: a real bus does not
 /// wait for its readers.
 class PacedSender
@@ -71,9 +73,11 @@ private:
         std::array<can_frame, MOST_AT_ONCE> frames = {};
         std::array<iovec, MOST_AT_ONCE> parts = {};
         std::array<mmsghdr, MOST_AT_ONCE> messages = {};
+        const long long now = Clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
         for (unsigned int i = 0; i < count; ++i) {
             frames[i].can_id = CAN_EFF_FLAG | (first + i) % mIdentifiers;
             frames[i].can_dlc = 8;
+            std::memcpy(frames[i].data, &now, sizeof now);
             parts[i] = {&frames[i], sizeof frames[i]};
             messages[i].msg_hdr.msg_iov = &parts[i];
             messages[i].msg_hdr.msg_iovlen = 1;

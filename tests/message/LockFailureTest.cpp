@@ -1,3 +1,4 @@
+#include "support/AllocationCounter.h"
 #include "support/CaseName.h"
 #include "support/Frames.h"
 #include "support/MutexFaults.h"
@@ -12,6 +13,7 @@
 #include <functional>
 #include <future>
 #include <iostream>
+#include <new>
 #include <ostream>
 #include <string>
 
@@ -110,6 +112,35 @@ TEST_P(LockFailure, LeavesAtEveryUnlockWithTheChangeMade)
         EXPECT_EQ(FailureOf(row.run, message, UNLOCK, nth), "cannot unlock mutex 0") << nth;
         EXPECT_TRUE(LockIsFree(message));
         EXPECT_EQ(Fields(message), Fields(changed)) << nth;
+    }
+}
+
+/// 'A' when the operation ran out of memory at its nth allocation; '.' when it got through.
+char OutcomeWithout(unsigned long nth, const Operation& operation, TarnMessage& message)
+{
+    try {
+        const support::AllocationFault fault(nth);
+        operation(message);
+    } catch (const std::bad_alloc&) {
+        return 'A';
+    }
+    return '.';
+}
+
+TEST_P(LockFailure, RunsOutOfMemoryWithNothingChanged)
+{
+    const OperationCase& row = GetParam();
+    TarnMessage warm = MessageFor(row);
+    row.run(warm); // what the thread keeps from then on
+    char outcome = 'A';
+    for (unsigned long nth = 1; outcome == 'A'; ++nth) {
+        TarnMessage message = MessageFor(row);
+        const std::string before = Fields(message);
+        outcome = OutcomeWithout(nth, row.run, message);
+        EXPECT_TRUE(LockIsFree(message));
+        if (outcome == 'A') {
+            EXPECT_EQ(Fields(message), before) << nth;
+        }
     }
 }
 

@@ -1,5 +1,7 @@
 #include "CanSocket.h"
 
+#include "SteadyLock.h"
+
 #include <plexa_can/CanException.h>
 
 #include <algorithm>
@@ -174,7 +176,7 @@ void CanSocket::SetOptions()
 
 bool CanSocket::Rebind(unsigned int interfaceIndex)
 {
-    const std::lock_guard<std::mutex> lock(mFilterMutex);
+    const SteadyLock lock(mFilterMutex);
     if (!BindTo(interfaceIndex))
         return false;
     if (SetFilters())
@@ -185,7 +187,7 @@ bool CanSocket::Rebind(unsigned int interfaceIndex)
 
 void CanSocket::Listen(bool on)
 {
-    const std::lock_guard<std::mutex> lock(mFilterMutex);
+    const SteadyLock lock(mFilterMutex);
     mListening = on;
     if (!SetFilters() && on && errno != ENODEV)
         RefuseFilters(errno);

@@ -5,10 +5,9 @@
 #include <plexa_can/CanMessage.h>
 #include <plexa_can/iCanMessageHandler.h>
 
-#include <Poco/Exception.h>
-
 #include <algorithm>
 #include <cxxabi.h>
+#include <new>
 #include <utility>
 
 namespace tarn
@@ -19,8 +18,7 @@ namespace tarn
 class FrameHandlers::RunningCall
 {
 public:
-    RunningCall(FrameHandlers& owner, std::unique_lock<std::mutex>& lock,
-                const iCanMessageHandler* handler)
+    RunningCall(FrameHandlers& owner, SteadyLock& lock, const iCanMessageHandler* handler)
         : mOwner(owner),
           mLock(lock),
           mCall{handler, std::this_thread::get_id(), owner.mCalls}
@@ -45,7 +43,7 @@ public:
 
 private:
     FrameHandlers& mOwner;
-    std::unique_lock<std::mutex>& mLock;
+    SteadyLock& mLock;
     Call mCall;
 };
 
@@ -72,14 +70,14 @@ FrameHandlers::FrameHandlers(const char* loggerName) : mLoggerName(loggerName) {
 
 void FrameHandlers::Add(iCanMessageHandler* handler)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     if (std::find(mHandlers.begin(), mHandlers.end(), handler) == mHandlers.end())
         mHandlers.push_back(handler);
 }
 
 void FrameHandlers::Remove(const iCanMessageHandler* handler)
 {
-    std::unique_lock<std::mutex> lock(mMutex);
+    SteadyLock lock(mMutex);
     const auto entry = std::find(mHandlers.begin(), mHandlers.end(), handler);
     if (entry != mHandlers.end())
         *entry = nullptr;
@@ -90,7 +88,7 @@ void FrameHandlers::Remove(const iCanMessageHandler* handler)
 
 void FrameHandlers::RemoveAll()
 {
-    std::unique_lock<std::mutex> lock(mMutex);
+    SteadyLock lock(mMutex);
     std::fill(mHandlers.begin(), mHandlers.end(), nullptr);
     AwaitEndOfCalls(lock, nullptr);
     // Calls that have ended meanwhile may have added handlers.
@@ -100,8 +98,7 @@ void FrameHandlers::RemoveAll()
 }
 
 /// Also of a handler that is in the list no longer: it may have removed itself in the call.
-void FrameHandlers::AwaitEndOfCalls(std::unique_lock<std::mutex>& lock,
-                                    const iCanMessageHandler* handler)
+void FrameHandlers::AwaitEndOfCalls(SteadyLock& lock, const iCanMessageHandler* handler)
 {
     if (IsRunning(handler, true))
         return;
@@ -117,27 +114,27 @@ void FrameHandlers::SweepUp()
 
 bool FrameHandlers::IsEmpty() const
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     return std::all_of(mHandlers.begin(), mHandlers.end(),
                        [](const iCanMessageHandler* handler) { return handler == nullptr; });
 }
 
 void FrameHandlers::BeginGeneration()
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     ++mGeneration;
 }
 
 unsigned int FrameHandlers::Generation() const
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     return mGeneration;
 }
 
 FrameHandlers::Outcome FrameHandlers::Deliver(const CanMessage& frame, unsigned int generation)
 {
     Outcome outcome;
-    std::unique_lock<std::mutex> lock(mMutex);
+    SteadyLock lock(mMutex);
     if (generation != mGeneration)
         return outcome;
     const Walk walk(*this);
@@ -160,30 +157,28 @@ bool FrameHandlers::Invoke(iCanMessageHandler& handler, const CanMessage& frame)
         CanMessage copy(frame);
         handler.DispatchResponse(copy);
         return true;
-    } catch (const Poco::Exception& exception) {
-        Report(exception.displayText());
-    } catch (const std::exception& exception) {
-        Report(exception.what());
-    } catch (const std::string& text) {
-        Report(text);
     } catch (const abi::__forced_unwind&) {
         throw; // the thread is being cancelled
     } catch (...) {
-        Report("an exception of an unknown type");
+        ReportPresentException();
     }
     return false;
 }
 
-void FrameHandlers::Report(const std::string& text)
+void FrameHandlers::ReportPresentException()
 {
-    if (!WasJustLogged(text))
-        LogSafely(mLoggerName, Poco::Message::PRIO_ERROR, "A frame handler threw: " + text);
+    try {
+        const std::string text = TextOfPresentException();
+        if (!WasJustLogged(text))
+            LogSafely(mLoggerName, Poco::Message::PRIO_ERROR, "A frame handler threw: " + text);
+    } catch (const std::bad_alloc&) { // no memory to say it; it is counted all the same
+    }
 }
 
 /// A handler that throws at every frame must not fill the log: the same text counts once a second.
 bool FrameHandlers::WasJustLogged(const std::string& text)
 {
-    const std::lock_guard<std::mutex> lock(mLogMutex);
+    const SteadyLock lock(mLogMutex);
     const auto now = std::chrono::steady_clock::now();
     if (text == mLoggedText && now - mLoggedAt < std::chrono::seconds(1))
         return true;

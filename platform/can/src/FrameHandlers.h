@@ -1,6 +1,8 @@
 #ifndef PLEXA_CAN_SRC_FRAME_HANDLERS_H
 #define PLEXA_CAN_SRC_FRAME_HANDLERS_H
 
+#include "SteadyLock.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -58,10 +60,10 @@ private:
 
     /// False when the handler was left by an exception.
     bool Invoke(iCanMessageHandler& handler, const CanMessage& frame);
-    void Report(const std::string& text);
+    void ReportPresentException();
     bool WasJustLogged(const std::string& text);
     void SweepUp();
-    void AwaitEndOfCalls(std::unique_lock<std::mutex>& lock, const iCanMessageHandler* handler);
+    void AwaitEndOfCalls(SteadyLock& lock, const iCanMessageHandler* handler);
     /// Whether a call to the handler, or to any for null, is running.
     bool IsRunning(const iCanMessageHandler* handler, bool onThisThread) const;
 

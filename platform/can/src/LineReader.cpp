@@ -38,10 +38,11 @@ int Open(const std::string& path)
 
 LineReader::LineReader(const std::string& path, BeforeRead beforeRead)
     : mName(path == "-" ? "standard input" : path),
-      mDescriptor(Open(path)),
+      mDescriptor(-1),
       mBeforeRead(std::move(beforeRead)),
       mBytes(std::make_unique<char[]>(CAPACITY))
 {
+    mDescriptor = Open(path); // last, so that nothing that fails leaves it open
 }
 
 LineReader::~LineReader()

@@ -23,6 +23,7 @@ namespace
 {
 
 constexpr const char* LOGGER = "LogReplayDispatcher";
+constexpr const char* NO_MEMORY = "out of memory";
 
 unsigned long long TimeOfDay()
 {
@@ -223,13 +224,23 @@ CanBusCounters LogReplayDispatcher::Core::GetCounters()
 void LogReplayDispatcher::Core::Run()
 {
     try {
-        Play();
-        Finish({});
-    } catch (const CanException& failure) {
-        Finish(failure.message());
-    } catch (const std::exception& failure) {
-        Finish(mPath + ": cannot be played on: " + failure.what());
+        Finish(PlayToEnd());
+    } catch (const std::bad_alloc&) {
+        Finish(NO_MEMORY); // short enough to need none
     }
+}
+
+/// Why it did not come to the end; empty when it did.
+std::string LogReplayDispatcher::Core::PlayToEnd()
+{
+    try {
+        Play();
+    } catch (const CanException& failure) {
+        return failure.message();
+    } catch (const std::exception& failure) {
+        return mPath + ": cannot be played on: " + failure.what();
+    }
+    return {};
 }
 
 void LogReplayDispatcher::Core::Play()
@@ -336,12 +347,14 @@ bool LogReplayDispatcher::Core::AwaitDue(Lock& lock, const CandumpLine& entry)
     return !interrupted();
 }
 
-void LogReplayDispatcher::Core::Finish(const std::string& failure)
+void LogReplayDispatcher::Core::Finish(std::string failure)
 {
-    if (!failure.empty())
+    if (failure == NO_MEMORY)
+        LogSafely(LOGGER, Poco::Message::PRIO_ERROR, failure);
+    else if (!failure.empty())
         LogSafely(LOGGER, Poco::Message::PRIO_ERROR, "The play of a log ended: " + failure);
     const Lock lock(mMutex);
-    mFailure = failure;
+    mFailure.swap(failure);
     mFinished = !mClosed;
     mChanged.notify_all();
 }

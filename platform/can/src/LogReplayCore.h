@@ -2,6 +2,7 @@
 #define PLEXA_CAN_SRC_LOG_REPLAY_CORE_H
 
 #include "FrameHandlers.h"
+#include "SteadyLock.h"
 
 #include <plexa_can/CanLogReader.h>
 #include <plexa_can/CanLogWriter.h>
@@ -40,7 +41,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    using Lock = std::unique_lock<std::mutex>;
+    using Lock = SteadyLock;
 
     void CheckOptions() const;
     void OpenLog();
@@ -57,7 +58,8 @@ private:
     bool PlayFrame(const CandumpLine& entry);
     bool AwaitListener(Lock& lock);
     bool AwaitDue(Lock& lock, const CandumpLine& entry);
-    void Finish(const std::string& failure);
+    std::string PlayToEnd();
+    void Finish(std::string failure);
 
     const std::string mPath;
     const Options mOptions;

@@ -12,6 +12,13 @@ namespace tarn
 /// would end the process.
 void LogSafely(const char* logger, Poco::Message::Priority priority, const std::string& text);
 
+/// Logs an error, "what: text of the exception that is being handled". Keeps every failure to
+/// itself.
+void LogPresentException(const char* logger, const char* what);
+
+/// What the exception that is being handled says.
+std::string TextOfPresentException();
+
 } // namespace tarn
 
 #endif

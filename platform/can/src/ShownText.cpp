@@ -10,9 +10,10 @@ namespace
 
 constexpr std::size_t SHOWN_SIZE = 80;
 
+/// Beyond the 128 of ASCII a char is negative on some processors only.
 bool IsControl(char character)
 {
-    return (character >= 0 && character < ' ') || character == '\x7F';
+    return static_cast<unsigned char>(character) < ' ' || character == '\x7F';
 }
 
 } // namespace

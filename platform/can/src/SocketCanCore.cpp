@@ -2,6 +2,7 @@
 
 #include "ControllerState.h"
 #include "LogSafely.h"
+#include "SteadyLock.h"
 
 #include <plexa_can/CanException.h>
 
@@ -60,22 +61,20 @@ void SocketCanDispatcher::Core::Watch(int fd)
 
 void SocketCanDispatcher::Core::Start(iCanMessageHandler* handler)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     StartThread();
-    const bool first = mHandlers.IsEmpty();
-    if (first)
-        ForgetWhatWaits();
+    if (!mHandlers.IsEmpty())
+        return mHandlers.Add(handler);
+    ForgetWhatWaits();
+    mSocket.Listen(true); // ahead of the handler: where it fails there is none, as before
     mHandlers.Add(handler);
-    if (!first)
-        return;
-    mSocket.Listen(true);
     Wake(); // error frames may have been missed, so the controller is looked at again
 }
 
 void SocketCanDispatcher::Core::Stop(const iCanMessageHandler* handler)
 {
     mHandlers.Remove(handler);
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     if (mHandlers.IsEmpty())
         mSocket.Listen(false);
 }
@@ -84,14 +83,14 @@ void SocketCanDispatcher::Core::Close()
 {
     mHandlers.RemoveAll();
     {
-        const std::lock_guard<std::recursive_mutex> lock(mStateMutex);
+        const SteadyRecursiveLock lock(mStateMutex);
         mListeners.clear();
     }
     mClosed = true;
     Wake();
     std::thread thread;
     {
-        const std::lock_guard<std::mutex> lock(mMutex);
+        const SteadyLock lock(mMutex);
         thread.swap(mThread);
     }
     if (thread.get_id() == std::this_thread::get_id())
@@ -138,19 +137,33 @@ void SocketCanDispatcher::Core::Wake()
 
 void SocketCanDispatcher::Core::Run()
 {
-    SetUpThread();
-    LookAtLink();
+    const Events all = {true, true, true};
+    bool isSetUp = false;
+    bool lookAtAll = true;
     while (!mClosed) {
-        const Events events = AwaitEvents();
-        if (events.wake)
-            mSystem.TakeSignal(mWake.Get());
-        if (events.link)
-            mLinks.Drain();
-        if (events.link || events.wake)
-            LookAtLink();
-        if (events.frames)
-            ReceiveBatch();
+        try {
+            if (!isSetUp)
+                SetUpThread();
+            isSetUp = true;
+            Attend(lookAtAll ? all : AwaitEvents());
+            lookAtAll = false;
+        } catch (const std::exception&) { // out of memory
+            lookAtAll = true;
+            mSystem.Sleep(FAILURE_WAIT);
+        }
     }
+}
+
+void SocketCanDispatcher::Core::Attend(const Events& events)
+{
+    if (events.wake)
+        mSystem.TakeSignal(mWake.Get());
+    if (events.link)
+        mLinks.Drain();
+    if (events.link || events.wake)
+        LookAtLink();
+    if (events.frames)
+        ReceiveBatch();
 }
 
 /// Where the system cannot wait, everything is looked at now and then.
@@ -192,7 +205,7 @@ void SocketCanDispatcher::Core::ReceiveBatch()
     unsigned int generation = 0;
     int error = 0;
     {
-        const std::lock_guard<std::mutex> lock(mReadMutex);
+        const SteadyLock lock(mReadMutex);
         generation = mHandlers.Generation();
         error = mSocket.ReadBatch();
     }
@@ -212,7 +225,7 @@ void SocketCanDispatcher::Core::ReceiveBatch()
 /// receive thread has in hand.
 void SocketCanDispatcher::Core::ForgetWhatWaits()
 {
-    const std::lock_guard<std::mutex> lock(mReadMutex);
+    const SteadyLock lock(mReadMutex);
     mHandlers.BeginGeneration();
     unsigned long long oddities = 0;
     mSocket.Discard(
@@ -243,7 +256,7 @@ void SocketCanDispatcher::Core::Deliver(const CanMessage& frame, unsigned int ge
 
 void SocketCanDispatcher::Core::NoteDrops(unsigned int total)
 {
-    const std::lock_guard<std::mutex> lock(mDropMutex);
+    const SteadyLock lock(mDropMutex);
     // The count wraps at 2^32, and one that came with an older frame may be behind the last.
     const unsigned int more = total - mLastDrops;
     if (static_cast<int>(more) <= 0)
@@ -263,7 +276,7 @@ void SocketCanDispatcher::Core::NoteErrorFrame(const CanMessage& frame)
 
 void SocketCanDispatcher::Core::LookAtLink()
 {
-    const std::lock_guard<std::recursive_mutex> lock(mStateMutex);
+    const SteadyRecursiveLock lock(mStateMutex);
     const LinkMonitor::Link link = mLinks.Look(mInterface);
     if (link.index == 0)
         return SetState(CAN_BUS_REMOVED);
@@ -279,33 +292,42 @@ void SocketCanDispatcher::Core::LookAtLink()
 
 void SocketCanDispatcher::Core::SetState(tCanBusState state)
 {
-    const std::lock_guard<std::recursive_mutex> lock(mStateMutex);
+    const SteadyRecursiveLock lock(mStateMutex);
     if (mState.exchange(state) != state)
         Announce(state);
 }
 
 void SocketCanDispatcher::Core::Announce(tCanBusState state)
 {
-    const auto listeners = mListeners; // a listener may remove itself and others
+    const auto listeners = CopyOfListeners(); // a listener may remove itself and others
     for (iCanBusStateListener* const listener : listeners) {
         if (std::find(mListeners.begin(), mListeners.end(), listener) == mListeners.end())
             continue;
         try {
             listener->OnBusState(state);
-        } catch (const std::exception& exception) {
-            LogSafely(LOGGER, Poco::Message::PRIO_ERROR,
-                      std::string("A state listener threw: ") + exception.what());
         } catch (const abi::__forced_unwind&) {
             throw; // the thread is being cancelled
         } catch (...) {
-            LogSafely(LOGGER, Poco::Message::PRIO_ERROR, "A state listener threw");
+            LogPresentException(LOGGER, "A state listener threw");
+        }
+    }
+}
+
+/// Waits for memory: a frame may be in hand that must reach its handlers.
+std::vector<iCanBusStateListener*> SocketCanDispatcher::Core::CopyOfListeners()
+{
+    for (;;) {
+        try {
+            return mListeners;
+        } catch (const std::bad_alloc&) {
+            mSystem.Sleep(FAILURE_WAIT);
         }
     }
 }
 
 tCanBusState SocketCanDispatcher::Core::GetBusState()
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     if (!mThread.joinable())
         LookAtLink();
     return mState;
@@ -314,16 +336,16 @@ tCanBusState SocketCanDispatcher::Core::GetBusState()
 void SocketCanDispatcher::Core::AddStateListener(iCanBusStateListener* listener)
 {
     {
-        const std::lock_guard<std::recursive_mutex> lock(mStateMutex);
+        const SteadyRecursiveLock lock(mStateMutex);
         mListeners.push_back(listener);
     }
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     StartThread();
 }
 
 void SocketCanDispatcher::Core::RemoveStateListener(const iCanBusStateListener* listener)
 {
-    const std::lock_guard<std::recursive_mutex> lock(mStateMutex);
+    const SteadyRecursiveLock lock(mStateMutex);
     mListeners.erase(std::remove(mListeners.begin(), mListeners.end(), listener), mListeners.end());
 }
 
@@ -381,7 +403,7 @@ CanBusCounters SocketCanDispatcher::Core::GetCounters()
     counters.sent = mSent;
     counters.sendRetries = mSendRetries;
     counters.sendFailures = mSendFailures;
-    const std::lock_guard<std::mutex> lock(mDropMutex);
+    const SteadyLock lock(mDropMutex);
     counters.droppedByKernel = mDropped;
     return counters;
 }

@@ -65,6 +65,7 @@ private:
 
     void StartThread();
     void Run();
+    void Attend(const Events& events);
     void SetUpThread();
     void Watch(int fd);
     Events AwaitEvents();
@@ -78,6 +79,7 @@ private:
     void LookAtLink();
     void SetState(tCanBusState state);
     void Announce(tCanBusState state);
+    std::vector<iCanBusStateListener*> CopyOfListeners();
     bool AwaitPlaceInQueue(iCanSystem::Clock::time_point since);
     [[noreturn]] void RefuseToSend(int error, iCanSystem::Clock::time_point since);
 

@@ -2,13 +2,16 @@
 
 #include "CanSystem.h"
 #include "LogSafely.h"
+#include "SteadyLock.h"
 
 #include <plexa_can/CanException.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <functional>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -66,7 +69,7 @@ class SocketCandDispatcher::Core::Turn
 public:
     Turn(Core& core, std::chrono::milliseconds patience) : mCore(core)
     {
-        std::unique_lock<std::mutex> lock(core.mTurnMutex);
+        SteadyLock lock(core.mTurnMutex);
         mIsMine = core.mTurnEnded.wait_for(lock, patience, [&] { return !core.mIsSending; });
         core.mIsSending = core.mIsSending || mIsMine;
     }
@@ -74,7 +77,7 @@ public:
     {
         if (!mIsMine)
             return;
-        const std::lock_guard<std::mutex> lock(mCore.mTurnMutex);
+        const SteadyLock lock(mCore.mTurnMutex);
         mCore.mIsSending = false;
         mCore.mTurnEnded.notify_one();
     }
@@ -125,7 +128,7 @@ SocketCandDispatcher::Core::Link SocketCandDispatcher::Core::Connect()
 
 SocketCandDispatcher::Core::Link SocketCandDispatcher::Core::CurrentLink()
 {
-    const std::lock_guard<std::mutex> lock(mLinkMutex);
+    const SteadyLock lock(mLinkMutex);
     return mLink;
 }
 
@@ -136,14 +139,14 @@ bool SocketCandDispatcher::Core::IsConnected()
 
 std::string SocketCandDispatcher::Core::GetFailure()
 {
-    const std::lock_guard<std::mutex> lock(mLinkMutex);
+    const SteadyLock lock(mLinkMutex);
     const bool isOver = mLink == nullptr && !mOptions.reconnect && !mClosed;
     return isOver ? mName + ": " + mWhyLost : "";
 }
 
 void SocketCandDispatcher::Core::Start(iCanMessageHandler* handler)
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     if (mHandlers.IsEmpty())
         ForgetWhatWaits();
     mHandlers.Add(handler);
@@ -159,21 +162,21 @@ void SocketCandDispatcher::Core::Close()
     mHandlers.RemoveAll();
     const Link link = CurrentLink();
     if (link != nullptr && link->Unconfirmed() != 0) {
-        const std::lock_guard<std::mutex> lock(mReadMutex);
+        const SteadyLock lock(mReadMutex);
         Settle(link, mSystem.Now() + FAREWELL);
     }
     mClosed = true;
     Wake();
     std::thread thread;
     {
-        const std::lock_guard<std::mutex> lock(mMutex);
+        const SteadyLock lock(mMutex);
         thread.swap(mThread);
     }
     if (thread.get_id() == std::this_thread::get_id())
         thread.detach(); // it ends when the running handler returns
     else if (thread.joinable())
         thread.join();
-    const std::lock_guard<std::mutex> lock(mLinkMutex);
+    const SteadyLock lock(mLinkMutex);
     mLink.reset();
 }
 
@@ -197,16 +200,29 @@ void SocketCandDispatcher::Core::Wake()
 
 void SocketCandDispatcher::Core::Run()
 {
-    mSystem.SetThreadName(mAddress.bus.substr(0, THREAD_NAME_SIZE)); // for eyes only
+    bool named = false;
     while (!mClosed) {
-        const Link link = CurrentLink();
-        if (link != nullptr)
-            Serve(link);
-        else if (mOptions.reconnect)
-            Reconnect();
-        else
-            Await(nullptr, Clock::time_point::max());
+        try {
+            if (!named)
+                mSystem.SetThreadName(mAddress.bus.substr(0, THREAD_NAME_SIZE)); // for eyes only
+            named = true;
+            Work();
+        } catch (const std::exception&) { // out of memory
+            mSystem.Sleep(FAILURE_WAIT);
+        }
     }
+}
+
+/// As long as the connection stays as it is.
+void SocketCandDispatcher::Core::Work()
+{
+    const Link link = CurrentLink();
+    if (link != nullptr)
+        Serve(link);
+    else if (mOptions.reconnect)
+        Reconnect();
+    else
+        Await(nullptr, Clock::time_point::max());
 }
 
 /// Until the connection is lost or the dispatcher goes.
@@ -262,10 +278,10 @@ void SocketCandDispatcher::Core::Reconnect()
     try {
         const Link link = Connect();
         LogSafely(LOGGER, Poco::Message::PRIO_WARNING, "Connected again to " + mName);
-        const std::lock_guard<std::mutex> lock(mLinkMutex);
+        const SteadyLock lock(mLinkMutex);
         mLink = link;
     } catch (const CanException& failure) {
-        const std::lock_guard<std::mutex> lock(mLinkMutex);
+        const SteadyLock lock(mLinkMutex);
         mWhyLost = failure.message();
         mWhyLostError = failure.code();
     }
@@ -277,7 +293,7 @@ void SocketCandDispatcher::Core::ReceiveBatch(const Link& link)
     int error = 0;
     mBatch.clear();
     {
-        const std::lock_guard<std::mutex> lock(mReadMutex);
+        const SteadyLock lock(mReadMutex);
         generation = mHandlers.Generation();
         mTaken = &mBatch;
         error = link->Receive([this](const SocketCandElement& element) { Take(element); });
@@ -293,13 +309,7 @@ void SocketCandDispatcher::Core::Take(const SocketCandElement& element)
 {
     switch (element.kind) {
     case SocketCandElement::KIND_FRAME:
-        ++mReceived;
-        if (element.frame.HasError())
-            ++mErrorFrames;
-        if (mTaken != nullptr)
-            mTaken->push_back(element.frame);
-        else
-            ++mUnheard;
+        TakeFrame(element.frame);
         break;
     case SocketCandElement::KIND_ERROR:
         NoteComplaint(element.text.data());
@@ -309,7 +319,7 @@ void SocketCandDispatcher::Core::Take(const SocketCandElement& element)
         ++mFiltered;
         break;
     default: // such as < fdframe ... >, and statistics
-        if (std::string(element.text.data()) == "fdframe") {
+        if (std::strcmp(element.text.data(), "fdframe") == 0) {
             ++mReceived;
             ++mFiltered;
         }
@@ -317,10 +327,34 @@ void SocketCandDispatcher::Core::Take(const SocketCandElement& element)
     }
 }
 
-void SocketCandDispatcher::Core::NoteComplaint(const std::string& text)
+void SocketCandDispatcher::Core::TakeFrame(const CanMessage& frame)
 {
-    if (text.rfind(NOT_SENT, 0) == 0)
+    try {
+        if (mTaken != nullptr)
+            mTaken->push_back(frame);
+        else
+            ++mUnheard;
+    } catch (const std::bad_alloc&) {
+        ++mLost;
+        return;
+    }
+    ++mReceived;
+    if (frame.HasError())
+        ++mErrorFrames;
+}
+
+void SocketCandDispatcher::Core::NoteComplaint(const char* text)
+{
+    if (std::strncmp(text, NOT_SENT, std::strlen(NOT_SENT)) == 0)
         ++mUnconfirmed;
+    try {
+        LogComplaint(text);
+    } catch (const std::bad_alloc&) { // no memory to say it
+    }
+}
+
+void SocketCandDispatcher::Core::LogComplaint(const std::string& text)
+{
     const auto now = mSystem.Now();
     if (text == mLastComplaint && now - mComplainedAt < std::chrono::seconds(1))
         return;
@@ -358,7 +392,7 @@ void SocketCandDispatcher::Core::KeepAlive(const Link& link)
 
 void SocketCandDispatcher::Core::ForgetWhatWaits()
 {
-    const std::lock_guard<std::mutex> lock(mReadMutex);
+    const SteadyLock lock(mReadMutex);
     mHandlers.BeginGeneration();
     const Link link = CurrentLink();
     if (link != nullptr)
@@ -409,6 +443,17 @@ std::function<bool()> SocketCandDispatcher::Core::RoomAwaiter(const Link& link,
 
 void SocketCandDispatcher::Core::Send(const CanMessage& frame)
 {
+    try {
+        Transmit(frame);
+    } catch (const std::exception&) { // out of memory too, which strikes before a byte has gone
+        ++mSendFailures;
+        throw;
+    }
+    ++mSent;
+}
+
+void SocketCandDispatcher::Core::Transmit(const CanMessage& frame)
+{
     const auto patience = std::chrono::milliseconds(mOptions.sendTimeout);
     const auto end = mSystem.Now() + patience;
     const Link link = CurrentLink();
@@ -431,7 +476,6 @@ void SocketCandDispatcher::Core::Send(const CanMessage& frame)
         Lose(link, "sending failed", error); // what was begun is never ended
         RefuseToSend("the connection broke", error);
     }
-    ++mSent;
 }
 
 /// False when the connection is of no use.
@@ -448,11 +492,10 @@ bool SocketCandDispatcher::Core::AskForEcho(const Link& link, Clock::time_point 
 
 void SocketCandDispatcher::Core::RefuseToSend(const std::string& reason, int error)
 {
-    ++mSendFailures;
     std::string text = "a frame was not sent on " + mName + ": " + reason;
     if (error != 0)
         text += ": " + ErrorText(error);
-    const std::lock_guard<std::mutex> lock(mLinkMutex);
+    const SteadyLock lock(mLinkMutex);
     if (mLink == nullptr && !mWhyLost.empty())
         text += "; " + mWhyLost;
     throw CanException(text + (mLink == nullptr && !mOptions.reconnect
@@ -465,12 +508,12 @@ void SocketCandDispatcher::Core::Lose(const Link& link, const std::string& reaso
 {
     const std::string text = "the connection was lost: " + reason + ": " + ErrorText(error);
     {
-        const std::lock_guard<std::mutex> lock(mLinkMutex);
+        const SteadyLock lock(mLinkMutex);
         if (mLink != link)
             return;
-        mLink.reset();
         mWhyLost = text;
         mWhyLostError = error;
+        mLink.reset();
     }
     link->Abort(); // wakes whoever waits for it
     const unsigned long long unconfirmed = link->Unconfirmed();
@@ -492,6 +535,7 @@ CanBusCounters SocketCandDispatcher::Core::GetCounters()
     counters.unheard = mUnheard;
     counters.filtered = mFiltered;
     counters.errorFrames = mErrorFrames;
+    counters.lost = mLost;
     counters.handlerExceptions = mHandlerExceptions;
     counters.sent = mSent;
     counters.sendRetries = mSendRetries;

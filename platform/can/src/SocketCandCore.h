@@ -37,6 +37,7 @@ public:
     void Stop(const iCanMessageHandler* handler);
     void Close();
     void Send(const CanMessage& frame);
+    void Transmit(const CanMessage& frame);
     CanBusCounters GetCounters();
     bool IsConnected();
     std::string GetFailure();
@@ -51,6 +52,7 @@ private:
     void StartThread();
 
     void Run();
+    void Work();
     void Serve(const Link& link);
     void Pause(std::chrono::milliseconds time);
     void Reconnect();
@@ -58,7 +60,9 @@ private:
     void ReceiveBatch(const Link& link);
     void Deliver(const CanMessage& frame, unsigned int generation);
     void Take(const SocketCandElement& element);
-    void NoteComplaint(const std::string& text);
+    void TakeFrame(const CanMessage& frame);
+    void NoteComplaint(const char* text);
+    void LogComplaint(const std::string& text);
     void KeepAlive(const Link& link);
     void Wake();
 
@@ -105,6 +109,7 @@ private:
     std::atomic<unsigned long long> mReceived{0};
     std::atomic<unsigned long long> mDelivered{0};
     std::atomic<unsigned long long> mUnheard{0};
+    std::atomic<unsigned long long> mLost{0};
     std::atomic<unsigned long long> mFiltered{0};
     std::atomic<unsigned long long> mErrorFrames{0};
     std::atomic<unsigned long long> mHandlerExceptions{0};

@@ -67,8 +67,9 @@ std::tr1::shared_ptr<SocketCandDispatcher>
 SocketCandDispatcher::Create(const SocketCandAddress& address, const Options& options)
 {
     const auto core = std::make_shared<Core>(RealTcpSystem(), address, options);
+    const std::tr1::shared_ptr<SocketCandDispatcher> bus(new SocketCandDispatcher(core));
     core->Open();
-    return std::tr1::shared_ptr<SocketCandDispatcher>(new SocketCandDispatcher(core));
+    return bus;
 }
 
 std::tr1::shared_ptr<SocketCandDispatcher>

@@ -1,6 +1,7 @@
 #include "SocketCandLink.h"
 
 #include "CanSystem.h"
+#include "SteadyLock.h"
 
 #include <plexa_can/CanException.h>
 
@@ -193,7 +194,7 @@ int SocketCandLink::Receive(const Taker& take)
 
 void SocketCandLink::TakeEcho()
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     if (mEchoMarks.empty())
         return; // nobody has asked for it
     mFramesConfirmed = mEchoMarks.front();
@@ -203,7 +204,7 @@ void SocketCandLink::TakeEcho()
 
 unsigned long long SocketCandLink::Unconfirmed() const
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     return mFramesSent - mFramesConfirmed;
 }
 
@@ -222,7 +223,7 @@ int SocketCandLink::Send(const std::string& text, unsigned int frames,
             return done == 0 ? EAGAIN : ETIMEDOUT;
         done += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
     }
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     mFramesSent += frames;
     return 0;
 }
@@ -230,7 +231,7 @@ int SocketCandLink::Send(const std::string& text, unsigned int frames,
 int SocketCandLink::SendEcho(const std::function<bool()>& isFull)
 {
     {
-        const std::lock_guard<std::mutex> lock(mMutex);
+        const SteadyLock lock(mMutex);
         mEchoMarks.push_back(mFramesSent);
     }
     const int error = Send("< echo >", 0, isFull);
@@ -238,7 +239,7 @@ int SocketCandLink::SendEcho(const std::function<bool()>& isFull)
         ++mEchoesSent;
         return 0;
     }
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const SteadyLock lock(mMutex);
     mEchoMarks.pop_back();
     return error;
 }

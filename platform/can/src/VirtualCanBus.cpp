@@ -1,3 +1,4 @@
+#include "SteadyLock.h"
 #include "VirtualCanBusCore.h"
 
 #include <plexa_can/VirtualCanBus.h>
@@ -24,7 +25,7 @@ public:
     std::shared_ptr<VirtualCanBus::Core> Open(const std::string& name,
                                               const VirtualCanBus::Options& options)
     {
-        const std::lock_guard<std::recursive_mutex> lock(mMutex);
+        const SteadyRecursiveLock lock(mMutex);
         const auto entry = mBuses.find(name);
         if (entry != mBuses.end()) {
             if (auto bus = entry->second.lock())
@@ -42,7 +43,7 @@ public:
 private:
     void Forget(const std::string& name)
     {
-        const std::lock_guard<std::recursive_mutex> lock(mMutex);
+        const SteadyRecursiveLock lock(mMutex);
         const auto entry = mBuses.find(name);
         if (entry != mBuses.end() && entry->second.expired())
             mBuses.erase(entry);

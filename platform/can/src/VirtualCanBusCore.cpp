@@ -36,7 +36,11 @@ unsigned long long Now()
 
 } // namespace
 
-VirtualCanBus::Core::Core(const Options& options) : mOptions(options), mRandom(mFaults.seed)
+VirtualCanBus::Core::Core(const Options& options)
+    : mOptions(options),
+      mBusError(ErrorFrame(CAN_ERR_BUSERROR)),
+      mBusOff(ErrorFrame(CAN_ERR_BUSOFF)),
+      mRandom(mFaults.seed)
 {
     if (options.queueSize == 0)
         throw CanException("a virtual CAN bus with a queue size of 0 could carry nothing: give 1 "
@@ -45,7 +49,19 @@ VirtualCanBus::Core::Core(const Options& options) : mOptions(options), mRandom(m
         throw CanException("a virtual CAN bus with a bit rate needs threaded delivery: an inline "
                            "sender cannot wait for its own turn");
     if (options.bitRate != 0)
+        StartWire();
+}
+
+void VirtualCanBus::Core::StartWire()
+{
+    try {
         mWire = std::thread([this] { RunWire(); });
+    } catch (const std::system_error& error) {
+        throw CanException(std::string("cannot start a thread for a virtual CAN bus with a bit "
+                                       "rate: ") +
+                               error.what() + "; raise the limit of threads",
+                           error.code().value());
+    }
 }
 
 VirtualCanBus::Core::~Core()
@@ -82,13 +98,18 @@ void VirtualCanBus::Core::Disconnect(const VirtualCanNode::Core& node)
 void VirtualCanBus::Core::Send(VirtualCanNode::Core& sender, const CanMessage& frame)
 {
     Lock lock(mMutex);
-    RequireOnBus(sender);
-    if (mOptions.bitRate != 0)
-        SendInTurn(lock, sender, frame);
-    else if (IsThreaded())
-        SendAtOnce(lock, sender, frame);
-    else
-        SendInline(lock, sender, frame);
+    try {
+        RequireOnBus(sender);
+        if (mOptions.bitRate != 0)
+            SendInTurn(lock, sender, frame);
+        else if (IsThreaded())
+            SendAtOnce(lock, sender, frame);
+        else
+            SendInline(lock, sender, frame);
+    } catch (const std::exception&) { // out of memory too, which strikes before the frame is taken
+        ++sender.mCounters.sendFailures;
+        throw;
+    }
 }
 
 void VirtualCanBus::Core::SendAtOnce(Lock& lock, VirtualCanNode::Core& sender,
@@ -96,6 +117,7 @@ void VirtualCanBus::Core::SendAtOnce(Lock& lock, VirtualCanNode::Core& sender,
 {
     AwaitPlace(lock, sender, "the receive queue of another node",
                [&] { return ReceiversHaveRoom(&sender); });
+    mToWake.reserve(mNodes.size()); // from here on nothing can fail
     NoteSent(sender);
     PutOnBus({&sender, frame});
     WakeReceivers(lock);
@@ -116,9 +138,8 @@ void VirtualCanBus::Core::SendInline(Lock& lock, VirtualCanNode::Core& sender,
 {
     const bool insideHandler = mDraining && mDrainer == std::this_thread::get_id();
     if (insideHandler && mLine.size() >= mOptions.queueSize)
-        GiveUp(sender,
-               "handlers have sent " + std::to_string(mOptions.queueSize) +
-                   " frames while one was delivered; let them send less, or raise queueSize");
+        GiveUp("handlers have sent " + std::to_string(mOptions.queueSize) +
+               " frames while one was delivered; let them send less, or raise queueSize");
     if (!insideHandler)
         AwaitPlace(lock, sender, "the delivery of another thread's frame",
                    [&] { return !mDraining; });
@@ -136,17 +157,15 @@ void VirtualCanBus::Core::AwaitPlace(Lock& lock, VirtualCanNode::Core& sender, c
         return;
     ++sender.mCounters.sendRetries;
     if (!mChanged.wait_for(lock, std::chrono::milliseconds(mOptions.sendTimeout), condition))
-        GiveUp(sender, "the virtual CAN bus waited " + std::to_string(mOptions.sendTimeout) +
-                           " ms for " + what +
-                           "; let handlers return sooner, or raise queueSize or sendTimeout");
+        GiveUp("the virtual CAN bus waited " + std::to_string(mOptions.sendTimeout) + " ms for " +
+               what + "; let handlers return sooner, or raise queueSize or sendTimeout");
     RequireOnBus(sender);
 }
 
-void VirtualCanBus::Core::RequireOnBus(VirtualCanNode::Core& sender)
+void VirtualCanBus::Core::RequireOnBus(const VirtualCanNode::Core& sender)
 {
     if (!sender.mBusOff)
         return;
-    ++sender.mCounters.sendFailures;
     throw CanException("a frame was not sent: the virtual CAN node is bus-off until "
                        "SetBusOff(false)");
 }
@@ -157,9 +176,8 @@ void VirtualCanBus::Core::NoteSent(VirtualCanNode::Core& sender)
     ++mCounters.sent;
 }
 
-void VirtualCanBus::Core::GiveUp(VirtualCanNode::Core& sender, const std::string& why)
+void VirtualCanBus::Core::GiveUp(const std::string& why)
 {
-    ++sender.mCounters.sendFailures;
     ++mCounters.sendTimeouts;
     throw CanException("a frame was not sent: " + why);
 }
@@ -186,7 +204,7 @@ void VirtualCanBus::Core::PutTo(VirtualCanNode::Core& node, const CanMessage& fr
     const bool twice = Happens(mFaults.duplication);
     const bool error = Happens(mFaults.errorFrame);
     if (error && !node.mBusOff)
-        EnqueueError(node, CAN_ERR_BUSERROR);
+        EnqueueError(node, mBusError);
     if (lost || node.mBusOff) {
         ++node.mCounters.lost;
         ++mCounters.lost;
@@ -221,9 +239,8 @@ void VirtualCanBus::Core::Enqueue(VirtualCanNode::Core& node, const CanMessage& 
         node.mArrived.notify_one();
 }
 
-void VirtualCanBus::Core::EnqueueError(VirtualCanNode::Core& node, unsigned int errorClass)
+void VirtualCanBus::Core::EnqueueError(VirtualCanNode::Core& node, CanMessage frame)
 {
-    CanMessage frame = ErrorFrame(errorClass);
     frame.SetTimeStamp(Now());
     ++mCounters.errorFrames;
     Enqueue(node, frame);
@@ -267,8 +284,9 @@ void VirtualCanBus::Core::SetFaults(const Faults& faults)
 void VirtualCanBus::Core::SetBusOff(VirtualCanNode::Core& node, bool busOff)
 {
     Lock lock(mMutex);
+    mToWake.reserve(mNodes.size());
     if (busOff && !node.mBusOff)
-        EnqueueError(node, CAN_ERR_BUSOFF);
+        EnqueueError(node, mBusOff);
     node.mBusOff = busOff;
     if (!IsThreaded() && !mDraining)
         DrainLine(lock);
@@ -305,9 +323,10 @@ void VirtualCanBus::Core::DrainLine(Lock& lock)
 /// False when there was nothing to deliver.
 bool VirtualCanBus::Core::DeliverInline(Lock& lock)
 {
-    const auto nodes = mNodes; // a handler may connect and close nodes
     bool delivered = false;
-    for (const auto& node : nodes) {
+    // A handler may connect and close nodes: one that is missed here has its turn at the next call.
+    for (std::size_t i = 0; i < mNodes.size(); ++i) {
+        const auto node = mNodes[i];
         if (node->mPending.empty())
             continue;
         node->DeliverPending(lock);

@@ -45,7 +45,7 @@ private:
     friend class VirtualCanNode::Core;
 
     using Clock = VirtualCanNode::Core::Clock;
-    using Lock = std::unique_lock<std::mutex>;
+    using Lock = SteadyLock;
 
     struct Sent {
         const VirtualCanNode::Core* sender = nullptr;
@@ -53,7 +53,7 @@ private:
     };
 
     void Disconnect(const VirtualCanNode::Core& node);
-    static void RequireOnBus(VirtualCanNode::Core& sender);
+    static void RequireOnBus(const VirtualCanNode::Core& sender);
     void NoteSent(VirtualCanNode::Core& sender);
 
     void SendAtOnce(Lock& lock, VirtualCanNode::Core& sender, const CanMessage& frame);
@@ -62,12 +62,12 @@ private:
     template <typename Condition>
     void AwaitPlace(Lock& lock, VirtualCanNode::Core& sender, const char* what,
                     Condition condition);
-    [[noreturn]] void GiveUp(VirtualCanNode::Core& sender, const std::string& why);
+    [[noreturn]] void GiveUp(const std::string& why);
 
     void PutOnBus(const Sent& sent);
     void PutTo(VirtualCanNode::Core& node, const CanMessage& frame);
     void Enqueue(VirtualCanNode::Core& node, const CanMessage& frame);
-    void EnqueueError(VirtualCanNode::Core& node, unsigned int errorClass);
+    void EnqueueError(VirtualCanNode::Core& node, CanMessage frame);
     void WakeReceivers(Lock& lock);
     bool HasFaults() const;
     bool Happens(double chance);
@@ -76,6 +76,7 @@ private:
     void DrainLine(Lock& lock);
     bool DeliverInline(Lock& lock);
 
+    void StartWire();
     void RunWire();
     VirtualCanNode::Core* WinnerOfArbitration() const;
     bool AwaitFrameTime(Lock& lock, const CanMessage& frame);
@@ -83,6 +84,8 @@ private:
     bool IsIdle() const;
 
     const Options mOptions;
+    const CanMessage mBusError; ///< made ahead, since a frame on the bus cannot wait for memory
+    const CanMessage mBusOff;
     std::mutex mMutex;
     std::condition_variable mChanged; ///< places in queues, the end of an inline delivery, rest
     std::vector<std::shared_ptr<VirtualCanNode::Core>> mNodes;

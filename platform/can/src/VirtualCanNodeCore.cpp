@@ -20,7 +20,7 @@ VirtualCanNode::Core::Core(std::shared_ptr<VirtualCanBus::Core> bus)
 
 void VirtualCanNode::Core::Start(iCanMessageHandler* handler)
 {
-    const std::lock_guard<std::mutex> lock(mBus->mMutex);
+    const SteadyLock lock(mBus->mMutex);
     if (mBus->IsThreaded() && !mThread.joinable())
         StartThread();
     if (!mListening)
@@ -43,7 +43,7 @@ void VirtualCanNode::Core::StartThread()
 void VirtualCanNode::Core::Stop(const iCanMessageHandler* handler)
 {
     mHandlers.Remove(handler);
-    const std::lock_guard<std::mutex> lock(mBus->mMutex);
+    const SteadyLock lock(mBus->mMutex);
     mListening = !mHandlers.IsEmpty();
     if (!mListening)
         DropPending();
@@ -53,7 +53,7 @@ void VirtualCanNode::Core::Close()
 {
     mHandlers.RemoveAll();
     {
-        const std::lock_guard<std::mutex> lock(mBus->mMutex);
+        const SteadyLock lock(mBus->mMutex);
         mListening = false;
         mClosed = true;
         DropPending();
@@ -78,14 +78,14 @@ void VirtualCanNode::Core::DropPending()
 
 void VirtualCanNode::Core::Receive()
 {
-    std::unique_lock<std::mutex> lock(mBus->mMutex);
+    SteadyLock lock(mBus->mMutex);
     while (!mClosed) {
         mArrived.wait(lock, [this] { return mClosed || !mPending.empty(); });
         DeliverPending(lock);
     }
 }
 
-void VirtualCanNode::Core::DeliverPending(std::unique_lock<std::mutex>& lock)
+void VirtualCanNode::Core::DeliverPending(SteadyLock& lock)
 {
     mTaken.swap(mPending);
     const unsigned int generation = mHandlers.Generation();
@@ -112,7 +112,7 @@ void VirtualCanNode::Core::Account(const FrameHandlers::Outcome& outcome)
     mBus->mCounters.handlerExceptions += outcome.exceptions;
 }
 
-void VirtualCanNode::Core::AwaitDue(std::unique_lock<std::mutex>& lock, Clock::time_point due)
+void VirtualCanNode::Core::AwaitDue(SteadyLock& lock, Clock::time_point due)
 {
     if (due != Clock::time_point())
         mArrived.wait_until(lock, due, [this] { return mClosed; });

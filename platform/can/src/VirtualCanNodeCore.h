@@ -2,6 +2,7 @@
 #define PLEXA_CAN_SRC_VIRTUAL_CAN_NODE_CORE_H
 
 #include "FrameHandlers.h"
+#include "SteadyLock.h"
 
 #include <plexa_can/CanMessage.h>
 #include <plexa_can/VirtualCanBus.h>
@@ -42,8 +43,8 @@ private:
 
     void StartThread();
     void Receive();
-    void DeliverPending(std::unique_lock<std::mutex>& lock);
-    void AwaitDue(std::unique_lock<std::mutex>& lock, Clock::time_point due);
+    void DeliverPending(SteadyLock& lock);
+    void AwaitDue(SteadyLock& lock, Clock::time_point due);
     void DropPending();
     void Account(const FrameHandlers::Outcome& outcome);
 

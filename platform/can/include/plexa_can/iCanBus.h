@@ -31,7 +31,8 @@ struct CanBusCounters {
     /// Lost because the reader was too slow. A CAN interface alone: the others make the sender
     /// wait.
     unsigned long long droppedByKernel = 0;
-    /// Taken away on a virtual bus, by its faults or because the node was bus-off.
+    /// Taken away on a virtual bus, by its faults or because the node was bus-off. Of a bus over
+    /// TCP: there was no memory to keep them.
     unsigned long long lost = 0;
     /// Came in once more by the faults of a virtual bus.
     unsigned long long duplicated = 0;
