@@ -10,13 +10,13 @@ namespace
 
 constexpr std::size_t SHOWN_SIZE = 80;
 
-/// Beyond the 128 of ASCII a char is negative on some processors only.
+} // namespace
+
 bool IsControl(char character)
 {
+    // Beyond the 128 of ASCII a char is negative on some processors only.
     return static_cast<unsigned char>(character) < ' ' || character == '\x7F';
 }
-
-} // namespace
 
 std::string ShownText(const std::string& text)
 {

@@ -9,6 +9,9 @@ namespace tarn
 /// A text of others in a message: fit for a terminal, and no longer than a line.
 std::string ShownText(const std::string& text);
 
+/// A control character of ASCII.
+bool IsControl(char character);
+
 } // namespace tarn
 
 #endif
