@@ -67,7 +67,7 @@ std::tr1::shared_ptr<SocketCandDispatcher>
 SocketCandDispatcher::Create(const SocketCandAddress& address, const Options& options)
 {
     const auto core = std::make_shared<Core>(RealTcpSystem(), address, options);
-    const std::tr1::shared_ptr<SocketCandDispatcher> bus(new SocketCandDispatcher(core));
+    std::tr1::shared_ptr<SocketCandDispatcher> bus(new SocketCandDispatcher(core));
     core->Open();
     return bus;
 }

@@ -20,6 +20,7 @@ public:
         lock();
     }
 
+    // NOLINTNEXTLINE(readability-identifier-naming): it stands before that of std::unique_lock
     void lock() noexcept
     {
         while (!this->owns_lock()) {
