@@ -254,7 +254,7 @@ private:
         const char* const from = mAt;
         if (!Number(1, MAX_SECOND_DIGITS, seconds))
             return false;
-        const bool absolute = mAt - from >= ABSOLUTE_SECOND_DIGITS;
+        const bool absolute = static_cast<std::size_t>(mAt - from) >= ABSOLUTE_SECOND_DIGITS;
         mLine.timeForm = absolute ? CandumpLine::TIME_ABSOLUTE : CandumpLine::TIME_RELATIVE;
         return true;
     }
