@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <netdb.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -28,13 +29,13 @@ public:
         const int error = ::getaddrinfo(host.c_str(), port.c_str(), &wanted, &found);
         if (error != 0)
             return ::gai_strerror(error);
+        const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
         for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
             TcpAddress address;
             std::memcpy(&address.address, entry->ai_addr, entry->ai_addrlen);
             address.size = entry->ai_addrlen;
             addresses.push_back(address);
         }
-        ::freeaddrinfo(found);
         return "";
     }
 
