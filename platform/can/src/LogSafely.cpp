@@ -5,6 +5,7 @@
 
 #include <cxxabi.h>
 #include <exception>
+#include <new>
 
 namespace tarn
 {

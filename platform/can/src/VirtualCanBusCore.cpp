@@ -249,6 +249,8 @@ void VirtualCanBus::Core::EnqueueError(VirtualCanNode::Core& node, CanMessage fr
 /// Releases the lock first: who wakes while it is held only finds the bus busy, and sleeps again.
 void VirtualCanBus::Core::WakeReceivers(Lock& lock)
 {
+    if (mToWake.empty())
+        return lock.unlock(); // the room for the next is kept
     const auto receivers = std::exchange(mToWake, {});
     lock.unlock();
     for (const auto& node : receivers)
