@@ -4,18 +4,15 @@ usage: interface.py FILE | --self-test
 
 Kept are the exported symbols, and the types of the public headers that can be reached from them. Other
 types are kept by name alone: what they are is not promised, and their size shows in the places of the
-members behind them. Symbols of a Core or an Impl inside a public class are left out: no header declares
-them. Prints the result.
+members behind them. Prints the result.
 """
 
-import re
 import sys
 import xml.etree.ElementTree as xml
 
 OURS = "tarn"
 REFERENCES = ("type-id", "naming-typedef-id", "def-of-decl-id")
 OF_THE_BUILD = ("filepath", "line", "column")
-INTERNAL = re.compile(r"_Z(?:T[A-Z])?NK?4tarn\d+[A-Za-z]+4(?:Core|Impl)")
 PUBLIC = ("include/", "platform/can/include/", "platform/common/include/")
 
 
@@ -79,16 +76,7 @@ def name_the_missing(part, names):
         xml.SubElement(part, "class-decl", attributes | {"is-declaration-only": "yes"})
 
 
-def remove_internal_symbols(corpus):
-    for kind in ("elf-function-symbols", "elf-variable-symbols"):
-        for symbols in corpus.iter(kind):
-            for symbol in list(symbols):
-                if INTERNAL.match(symbol.get("name")):
-                    symbols.remove(symbol)
-
-
 def reduce(corpus):
-    remove_internal_symbols(corpus)
     names = {element.get("id"): element.get("name", "") for element in corpus.iter()}
     for element in list(corpus.iter("class-decl")) + list(corpus.iter("union-decl")):
         if not element.get("filepath", "").startswith(PUBLIC):
@@ -117,8 +105,7 @@ def text_of(corpus):
     return xml.tostring(corpus, encoding="unicode") + "\n"
 
 
-SAMPLE = """<abi-corpus soname='x'><elf-function-symbols><elf-symbol name='f'/>
-<elf-symbol name='_ZNK4tarn4Used4Core3RunEv'/></elf-function-symbols>
+SAMPLE = """<abi-corpus soname='x'><elf-function-symbols><elf-symbol name='f'/></elf-function-symbols>
 <abi-instr path='a/b.cpp'><type-decl name='int' id='1'/><type-decl name='char' id='2'/>
 <namespace-decl name='std'><class-decl name='list' size-in-bits='8' id='3'>
 <member-function><return type-id='6'/></member-function></class-decl>

@@ -313,13 +313,18 @@ Row Measure(const char* name)
 TEST(ReceiveCost, IsThatOfAPlainLoop)
 {
     const Row loop = Measure<ReadLoop>("read()");
-    Measure<BareBatches>("recvmmsg() of 32, nothing else");
-    Measure<MessageLoop>("recvmsg(), time stamps and drops");
     const Row ours = Measure<Dispatcher>("SocketCanDispatcher");
     // Measured: 0.90, 1.26 and 1.58; compilers differ by some per cent.
     EXPECT_GE(ours.rate, 0.85 * loop.rate);
     EXPECT_LE(ours.full, 1.3 * loop.full);
     EXPECT_LE(ours.single, 1.65 * loop.single);
+}
+
+/// For the table alone.
+TEST(ReceiveCost, DISABLED_OfOtherLoops)
+{
+    Measure<BareBatches>("recvmmsg() of 32, nothing else");
+    Measure<MessageLoop>("recvmsg(), time stamps and drops");
 }
 
 } // namespace

@@ -37,7 +37,8 @@ using namespace tarn::soak;
 using Clock = std::chrono::steady_clock;
 
 constexpr int PHASES = 10;
-constexpr std::size_t GROWTH = 64 * 1024; ///< bytes of the heap that may come and go
+constexpr std::size_t GROWTH = 64 * 1024;      ///< bytes of the heap that may come and go
+constexpr std::chrono::milliseconds REST(200); ///< without a change, until all are gone that went
 
 struct Options {
     std::string bus = "virtual:soak";
@@ -273,16 +274,31 @@ private:
 std::string Growth(const Holdings& settled, const Holdings& now)
 {
     std::string text;
-    if (now.threads != settled.threads)
+    if (now.threads > settled.threads)
         text += "; threads: " + std::to_string(settled.threads) + ", now " +
                 std::to_string(now.threads);
-    if (now.descriptors != settled.descriptors)
+    if (now.descriptors > settled.descriptors)
         text += "; descriptors: " + std::to_string(settled.descriptors) + ", now " +
                 std::to_string(now.descriptors);
     if (now.heap > settled.heap + GROWTH)
         text += "; bytes of the heap: " + std::to_string(settled.heap) + ", now " +
                 std::to_string(now.heap);
     return text;
+}
+
+/// A thread that was joined, and a client that the server has yet to miss, take a moment to go.
+Holdings Settled()
+{
+    Holdings settled = Holdings::Now();
+    Clock::time_point since = Clock::now();
+    while (Clock::now() - since < REST) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        const Holdings now = Holdings::Now();
+        if (now.threads != settled.threads || now.descriptors != settled.descriptors)
+            since = Clock::now();
+        settled = now;
+    }
+    return settled;
 }
 
 void PrintPhase(int phase, const Scene& scene, const Holdings& holdings)
@@ -304,10 +320,9 @@ int Run(const Options& options)
     Holdings settled;
     for (int phase = 1; phase <= PHASES; ++phase) {
         std::string complaint = scene.Play(options.seconds / PHASES);
-        Holdings now = Holdings::Now();
+        Holdings now = phase == 2 ? Settled() : Holdings::Now();
         if (phase == 2)
             settled = now;
-        // A thread that was joined, and a client that the server has yet to miss, take a moment.
         if (phase > 2) {
             Await([&] { return Growth(settled, now = Holdings::Now()).empty(); });
             complaint += Growth(settled, now);

@@ -19,7 +19,9 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 // Many threads do at random all that applications and handlers may do, on all buses, round after
@@ -121,6 +123,19 @@ bool ComesBackTo(const char* folder, std::size_t entries)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+/// With the first thread, ThreadSanitizer starts one of its own: threads are counted after that,
+/// and when the first one is no longer seen.
+std::size_t ThreadsFromTheBeginning()
+{
+    std::string folder;
+    std::thread([&folder] {
+        folder = "/proc/self/task/" + std::to_string(::syscall(SYS_gettid));
+    }).join();
+    while (std::filesystem::exists(folder))
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return EntriesOf("/proc/self/task");
 }
 
 /// Ends the process when a thread stands still, so that somebody may look at it.
@@ -228,8 +243,7 @@ int Run(const Options& options)
     gSeed = options.seed;
     std::printf("stress: seed %llu, %g s\n", options.seed, options.seconds);
     std::fflush(stdout);
-    std::thread([] {}).join(); // with the first one, ThreadSanitizer starts one of its own
-    const std::size_t threads = EntriesOf("/proc/self/task");
+    const std::size_t threads = ThreadsFromTheBeginning();
     const std::size_t descriptors = EntriesOf("/proc/self/fd");
     const auto all = std::chrono::duration<double>(options.seconds);
     const auto one = std::chrono::duration<double>(options.roundSeconds);

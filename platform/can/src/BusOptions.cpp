@@ -1,5 +1,7 @@
 #include "BusOptions.h"
 
+#include "ShownText.h"
+
 #include <plexa_can/CanException.h>
 
 #include <algorithm>
@@ -100,15 +102,20 @@ void BusOptions::RequireAllKnown() const
         std::string list;
         for (const std::string& key : mKnown)
             list += (list.empty() ? "" : ", ") + key;
-        throw CanException("bus " + mName.scheme + ':' + mName.address + ": unknown option '" +
-                           option.first + "'; there are: " + list);
+        throw CanException(ShownBus() + ": unknown option '" + ShownText(option.first) +
+                           "'; there are: " + list);
     }
 }
 
 void BusOptions::Refuse(const char* key, const std::string& value, const std::string& wanted) const
 {
-    throw CanException("bus " + mName.scheme + ':' + mName.address + ": option " + key + ": '" +
-                       value + "' is not " + wanted);
+    throw CanException(ShownBus() + ": option " + key + ": '" + ShownText(value) + "' is not " +
+                       wanted);
+}
+
+std::string BusOptions::ShownBus() const
+{
+    return "bus " + ShownText(mName.scheme + ':' + mName.address);
 }
 
 } // namespace tarn

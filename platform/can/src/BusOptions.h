@@ -45,6 +45,7 @@ private:
                     unsigned long long max);
     [[noreturn]] void Refuse(const char* key, const std::string& value,
                              const std::string& wanted) const;
+    std::string ShownBus() const;
 
     const BusName& mName;
     std::vector<std::string> mKnown;

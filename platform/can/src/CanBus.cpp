@@ -1,4 +1,5 @@
 #include "BusOptions.h"
+#include "ShownText.h"
 
 #include <plexa_can/BusName.h>
 #include <plexa_can/CanBus.h>
@@ -115,8 +116,8 @@ std::tr1::shared_ptr<iCanBus> CanBus::Open(const std::string& name)
         known +=
             (known.empty() ? "" : ", ") + std::string(scheme.name) + " (" + scheme.example + ')';
     }
-    throw CanException("bus name '" + name + "': unknown scheme '" + parsed.scheme +
-                       "'; there are: " + known);
+    throw CanException("bus name '" + ShownText(name) + "': unknown scheme '" +
+                       ShownText(parsed.scheme) + "'; there are: " + known);
 }
 
 } // namespace tarn

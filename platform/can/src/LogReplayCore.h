@@ -21,7 +21,8 @@ namespace tarn
 
 /// The play. Its thread holds the object, so that a dispatcher may be destroyed from inside its own
 /// handler.
-class LogReplayDispatcher::Core : public std::enable_shared_from_this<LogReplayDispatcher::Core>
+class PLEXA_CAN_HIDDEN LogReplayDispatcher::Core
+    : public std::enable_shared_from_this<LogReplayDispatcher::Core>
 {
 public:
     Core(std::string path, const Options& options);

@@ -20,7 +20,8 @@ namespace tarn
 
 /// A connection to an interface. The receive thread holds the object, so that the dispatcher may be
 /// destroyed from inside one of its own handlers.
-class SocketCanDispatcher::Core : public std::enable_shared_from_this<SocketCanDispatcher::Core>
+class PLEXA_CAN_HIDDEN SocketCanDispatcher::Core
+    : public std::enable_shared_from_this<SocketCanDispatcher::Core>
 {
 public:
     Core(iCanSystem& system, const std::string& interface, const Options& options);

@@ -23,7 +23,8 @@ namespace tarn
 
 /// A bus over TCP. The receive thread holds the object, so that the dispatcher may be destroyed
 /// from inside one of its own handlers.
-class SocketCandDispatcher::Core : public std::enable_shared_from_this<SocketCandDispatcher::Core>
+class PLEXA_CAN_HIDDEN SocketCandDispatcher::Core
+    : public std::enable_shared_from_this<SocketCandDispatcher::Core>
 {
 public:
     Core(iTcpSystem& system, SocketCandAddress address, const Options& options);

@@ -20,7 +20,7 @@ namespace tarn
 
 /// The bus itself, held by its handles and its nodes. One mutex guards it and its nodes; no handler
 /// is ever called while it is held.
-class VirtualCanBus::Core
+class PLEXA_CAN_HIDDEN VirtualCanBus::Core
 {
 public:
     explicit Core(const Options& options);

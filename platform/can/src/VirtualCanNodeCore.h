@@ -20,7 +20,8 @@ namespace tarn
 
 /// A node as the bus sees it. All members but the handlers are guarded by the mutex of the bus. The
 /// receive thread holds the object, so that a node may be destroyed from inside its own handler.
-class VirtualCanNode::Core : public std::enable_shared_from_this<VirtualCanNode::Core>
+class PLEXA_CAN_HIDDEN VirtualCanNode::Core
+    : public std::enable_shared_from_this<VirtualCanNode::Core>
 {
 public:
     using Clock = std::chrono::steady_clock;

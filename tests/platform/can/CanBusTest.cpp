@@ -106,6 +106,15 @@ INSTANTIATE_TEST_SUITE_P(
                  "bus name 'serial:x': unknown scheme 'serial'; there are: socketcan "
                  "(socketcan:can0), virtual (virtual:bench), "
                  "log (log:drive.log?speed=2), socketcand (socketcand:127.0.0.1:29536/can0)"},
+        NameCase{"LongUnknownScheme", std::string(81, 's') + ":x",
+                 "bus name '" + std::string(80, 's') + "...': unknown scheme '" +
+                     std::string(80, 's') + "...'; there are"},
+        NameCase{"LongUnknownKey",
+                 "virtual:" + std::string(80, 'x') + '?' + std::string(81, 'k') + "=1",
+                 "bus virtual:" + std::string(72, 'x') + "...: unknown option '" +
+                     std::string(80, 'k') + "...'; there are"},
+        NameCase{"LongValue", "virtual:x?queue=" + std::string(81, '9'),
+                 "option queue: '" + std::string(80, '9') + "...' is not a whole number"},
         NameCase{"UnknownVirtualKey", "virtual:x?speed=1",
                  "bus virtual:x: unknown option 'speed'; there are: delivery, queue, timeout, "
                  "bitrate, loss, duplication, error, delay, seed"},

@@ -7,4 +7,7 @@
 /// Marks what libplexa_can offers to others; everything else in it is hidden.
 #define PLEXA_CAN_API __attribute__((visibility("default")))
 
+/// Marks a class inside one that is offered, which would be offered with it otherwise.
+#define PLEXA_CAN_HIDDEN __attribute__((visibility("hidden")))
+
 #endif
