@@ -1,3 +1,4 @@
+#include "Requester.h"
 #include "SimulatedDevice.h"
 #include "Tarn.h"
 #include "VerbRun.h"
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <thread>
+#include <tr1/memory>
 
 namespace
 {
@@ -122,6 +125,31 @@ TEST_F(Request, AsksAgainAsOftenAsTold)
     Simulate(AtNine(true));
     EXPECT_EQ(Run({"--target", "9", "--timeout", "20ms", "--retries", "2"}), 3);
     EXPECT_EQ(mDevice->GetCounters().requests, 3u);
+}
+
+/// Tells which thread stopped it.
+class StoppedBus : public iCanAsyncDispatcher
+{
+public:
+    void Start(iCanMessageHandler*) override {}
+    void Stop(iCanMessageHandler*) override { mStopper = std::this_thread::get_id(); }
+    void Send(CanMessage&) override {}
+
+    std::thread::id mStopper;
+};
+
+// A thread that went on meanwhile would find loggers destroyed when the process ends.
+TEST(Requester, WhatItUsedIsReleasedWhenItIsGone)
+{
+    for (int i = 0; i < 200; ++i) {
+        const std::tr1::shared_ptr<StoppedBus> bus(new StoppedBus);
+        {
+            Requester requester(bus, {});
+            EXPECT_TRUE(requester.End());
+        }
+        ASSERT_EQ(bus->mStopper, std::this_thread::get_id());
+        ASSERT_EQ(bus.use_count(), 1);
+    }
 }
 
 TEST_F(Request, SeveralTargetsAndRegistersMakeATable)

@@ -10,7 +10,6 @@
 #include <exception>
 #include <mutex>
 #include <sys/eventfd.h>
-#include <thread>
 #include <unistd.h>
 
 namespace tarn::tool
@@ -94,6 +93,15 @@ struct Requester::State {
         ::eventfd_write(mWakeUp, 1);
     }
 
+    /// @return false when a request is still running
+    bool StopWithin(std::chrono::milliseconds patience)
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mStopped = true;
+        mChanged.notify_all();
+        return mChanged.wait_for(lock, patience, [this] { return mDone; });
+    }
+
     bool IsStopped()
     {
         const std::lock_guard<std::mutex> lock(mMutex);
@@ -113,9 +121,9 @@ struct Requester::State {
 };
 
 Requester::Requester(std::tr1::shared_ptr<iCanAsyncDispatcher> bus, Plan plan)
-    : mState(std::make_shared<State>(std::move(bus), std::move(plan)))
+    : mState(std::make_shared<State>(std::move(bus), std::move(plan))),
+      mThread([state = mState] { state->Run(); })
 {
-    std::thread([state = mState] { state->Run(); }).detach();
 }
 
 Requester::~Requester()
@@ -125,10 +133,11 @@ Requester::~Requester()
 
 bool Requester::End()
 {
-    std::unique_lock<std::mutex> lock(mState->mMutex);
-    mState->mStopped = true;
-    mState->mChanged.notify_all();
-    return mState->mChanged.wait_for(lock, MOMENT, [this] { return mState->mDone; });
+    if (mThread.joinable()) {
+        mEnded = mState->StopWithin(MOMENT);
+        mEnded ? mThread.join() : mThread.detach();
+    }
+    return mEnded;
 }
 
 bool Requester::TakeResults(const std::function<void(const RequestResult&)>& take)

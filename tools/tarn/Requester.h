@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <thread>
 #include <tr1/memory>
 #include <vector>
 
@@ -63,6 +64,8 @@ private:
     struct State;
 
     std::shared_ptr<State> mState;
+    std::thread mThread;
+    bool mEnded = false;
 };
 
 } // namespace tarn::tool
