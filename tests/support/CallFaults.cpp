@@ -12,6 +12,7 @@
 #include <new>
 #include <poll.h>
 #include <pthread.h>
+#include <stdexcept>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -88,13 +89,19 @@ static_assert(sizeof NAMES / sizeof *NAMES == KINDS);
 
 std::atomic<unsigned int> gKind{KINDS};
 std::atomic<unsigned int> gLeft{0};
+std::atomic<unsigned int> gSeen{0}; ///< a bit a kind
+static_assert(KINDS <= 32);
 std::atomic<bool> gHit{false};
 std::atomic<long> gLive{0};
 thread_local bool tSpared = false;
 
 bool Fails(tKind kind)
 {
-    if (gKind.load(std::memory_order_relaxed) != kind || tSpared)
+    const unsigned int failing = gKind.load(std::memory_order_relaxed);
+    if (failing == KINDS || tSpared)
+        return false;
+    gSeen.fetch_or(1u << kind, std::memory_order_relaxed);
+    if (failing != kind)
         return false;
     if (gLeft.fetch_sub(1) != 1)
         return false;
@@ -378,7 +385,10 @@ CallFault::CallFault(const char* function, unsigned int nth)
     unsigned int kind = 0;
     while (kind < KINDS && std::strcmp(NAMES[kind], function) != 0)
         ++kind;
+    if (kind == KINDS)
+        throw std::invalid_argument(function);
     gHit = false;
+    gSeen = 0;
     gLeft = nth;
     gKind = kind;
 }
@@ -393,10 +403,14 @@ bool CallFault::WasHit()
     return gHit;
 }
 
-const std::vector<const char*>& FaultKinds()
+std::vector<std::string> CallFault::KindsSeen()
 {
-    static const std::vector<const char*> kinds(NAMES, NAMES + KINDS);
-    return kinds;
+    std::vector<std::string> seen;
+    for (unsigned int kind = 0; kind < KINDS; ++kind) {
+        if ((gSeen >> kind & 1) != 0)
+            seen.emplace_back(NAMES[kind]);
+    }
+    return seen;
 }
 
 SparedThreads::SparedThreads()

@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_CALL_FAULTS_H
 #define TESTS_SUPPORT_CALL_FAULTS_H
 
+#include <string>
 #include <vector>
 
 namespace support
@@ -21,10 +22,10 @@ public:
 
     /// Whether the call that was to fail was made.
     static bool WasHit();
-};
 
-/// All that can be made to fail.
-const std::vector<const char*>& FaultKinds();
+    /// The kinds of all calls that were made, failing or not.
+    static std::vector<std::string> KindsSeen();
+};
 
 /// The calling thread, and all threads that it starts while this lives, and those that they start,
 /// are spared by faults.
