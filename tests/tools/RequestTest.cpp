@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <future>
 #include <thread>
 #include <tr1/memory>
 
@@ -127,14 +129,15 @@ TEST_F(Request, AsksAgainAsOftenAsTold)
     EXPECT_EQ(mDevice->GetCounters().requests, 3u);
 }
 
-/// Tells which thread stopped it.
+/// Tells that somebody sent, and which thread stopped it.
 class StoppedBus : public iCanAsyncDispatcher
 {
 public:
     void Start(iCanMessageHandler*) override {}
     void Stop(iCanMessageHandler*) override { mStopper = std::this_thread::get_id(); }
-    void Send(CanMessage&) override {}
+    void Send(CanMessage&) override { mSent.set_value(); }
 
+    std::promise<void> mSent;
     std::thread::id mStopper;
 };
 
@@ -145,11 +148,28 @@ TEST(Requester, WhatItUsedIsReleasedWhenItIsGone)
         const std::tr1::shared_ptr<StoppedBus> bus(new StoppedBus);
         {
             Requester requester(bus, {});
-            EXPECT_TRUE(requester.End());
+            requester.End();
         }
         ASSERT_EQ(bus->mStopper, std::this_thread::get_id());
         ASSERT_EQ(bus.use_count(), 1);
     }
+    EXPECT_FALSE(Requester::HasLeftAny());
+}
+
+TEST(RequesterDeathTest, TellsThatARequestIsLeft)
+{
+    EXPECT_EXIT(
+        {
+            const std::tr1::shared_ptr<StoppedBus> bus(new StoppedBus);
+            Requester::Plan plan;
+            plan.requests.emplace_back();
+            plan.timeout = 60000;
+            Requester requester(bus, plan);
+            bus->mSent.get_future().wait();
+            requester.End();
+            std::_Exit(Requester::HasLeftAny() ? 42 : 1);
+        },
+        testing::ExitedWithCode(42), "");
 }
 
 TEST_F(Request, SeveralTargetsAndRegistersMakeATable)

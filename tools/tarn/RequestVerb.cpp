@@ -17,7 +17,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -101,11 +100,8 @@ public:
             });
             out.WriteOut();
         }
-        const bool ended = requester.End();
-        const int status = Finish(count, out);
-        if (!ended)
-            std::_Exit(status); // a thread still waits for its answer
-        return status;
+        requester.End();
+        return Finish(count, out);
     }
 
 private:

@@ -6,6 +6,7 @@
 #include <tarn/TarnAsyncDispatcher.h>
 #include <tarn/TarnSyncRequest.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -22,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 /// How long the end waits for a running request.
 constexpr std::chrono::milliseconds MOMENT(200);
+
+std::atomic<bool> gLeftAny{false};
 
 } // namespace
 
@@ -131,13 +134,21 @@ Requester::~Requester()
     End();
 }
 
-bool Requester::End()
+void Requester::End()
 {
-    if (mThread.joinable()) {
-        mEnded = mState->StopWithin(MOMENT);
-        mEnded ? mThread.join() : mThread.detach();
+    if (!mThread.joinable())
+        return;
+    if (mState->StopWithin(MOMENT)) {
+        mThread.join();
+    } else {
+        gLeftAny = true;
+        mThread.detach();
     }
-    return mEnded;
+}
+
+bool Requester::HasLeftAny()
+{
+    return gLeftAny;
 }
 
 bool Requester::TakeResults(const std::function<void(const RequestResult&)>& take)

@@ -51,9 +51,12 @@ public:
     Requester& operator=(const Requester&) = delete;
 
     /// Ends the plan after the running request. One that takes longer than a moment is left to
-    /// itself, and so is what it uses: the process must not destroy static objects then.
-    /// @return false when it was left
-    bool End();
+    /// itself, and so is what it uses.
+    void End();
+
+    /// Whether a request was left to itself, which may use static objects at any time: the process
+    /// must not destroy them then.
+    static bool HasLeftAny();
 
     /// Waits for results and hands them over one by one. Returns false when there will be no more:
     /// the plan is done, or a stop signal came.
@@ -65,7 +68,6 @@ private:
 
     std::shared_ptr<State> mState;
     std::thread mThread;
-    bool mEnded = false;
 };
 
 } // namespace tarn::tool
