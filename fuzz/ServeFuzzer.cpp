@@ -1,4 +1,5 @@
 #include "Require.h"
+#include "SocketCandElements.h"
 #include "SocketCandServer.h"
 
 #include <plexa_can/CanException.h>
@@ -124,17 +125,6 @@ public:
 private:
     const int mDescriptor;
 };
-
-std::vector<SocketCandElement> Elements(const std::string& text)
-{
-    std::vector<SocketCandElement> elements;
-    tarn::SocketCandReader reader;
-    SocketCandElement element;
-    const char* at = text.data();
-    while (reader.Next(at, text.data() + text.size(), element))
-        elements.push_back(element);
-    return elements;
-}
 
 /// What the server does with the text of one client.
 class Model

@@ -1,4 +1,5 @@
 #include "Require.h"
+#include "SocketCandElements.h"
 #include "SocketCandLink.h"
 
 #include <plexa_can/CanException.h>
@@ -113,18 +114,6 @@ std::string Described(const SocketCandElement& element)
     return std::to_string(static_cast<int>(element.kind)) + ' ' + element.frame.ToString() + ' ' +
            std::to_string(element.frame.GetTimeStamp()) + ' ' + element.text.data() + ' ' +
            element.reason;
-}
-
-/// The elements of a text that is read in one piece.
-std::vector<SocketCandElement> Elements(const std::string& text)
-{
-    std::vector<SocketCandElement> elements;
-    tarn::SocketCandReader reader;
-    SocketCandElement element;
-    const char* at = text.data();
-    while (reader.Next(at, text.data() + text.size(), element))
-        elements.push_back(element);
-    return elements;
 }
 
 /// What a client that has opened its bus hands on: everything behind the answers, but echoes. The
