@@ -1,6 +1,7 @@
 #include "support/CallFaults.h"
 #include "support/CaseName.h"
 #include "support/DispatchFakes.h"
+#include "support/EntriesOf.h"
 #include "support/LoopbackServer.h"
 #include "support/OwnProcess.h"
 #include "support/TemporaryFolder.h"
@@ -26,9 +27,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <net/if.h>
 #include <new>
@@ -649,12 +648,6 @@ void OpenLines(World& world)
 }
 
 // Running them.
-
-std::size_t EntriesOf(const char* folder)
-{
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder),
-                                                  std::filesystem::directory_iterator()));
-}
 
 template <typename Operation>
 char OutcomeOf(const Operation& operation)

@@ -1,5 +1,6 @@
 #include "can-kernel/PacedSender.h"
 #include "soak/Latencies.h"
+#include "support/EntriesOf.h"
 #include "support/LoopbackServer.h"
 
 #include <plexa_can/CanBus.h>
@@ -15,9 +16,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <malloc.h>
 #include <memory>
 #include <optional>
@@ -65,18 +64,11 @@ struct Holdings {
     std::size_t heap = 0;     ///< bytes in use
     std::size_t resident = 0; ///< kB
 
-    static std::size_t EntriesOf(const char* folder)
-    {
-        const std::filesystem::directory_iterator entries(folder);
-        return static_cast<std::size_t>(
-            std::distance(entries, std::filesystem::directory_iterator()));
-    }
-
     static Holdings Now()
     {
         Holdings now;
-        now.threads = EntriesOf("/proc/self/task");
-        now.descriptors = EntriesOf("/proc/self/fd");
+        now.threads = test::EntriesOf("/proc/self/task");
+        now.descriptors = test::EntriesOf("/proc/self/fd");
         now.heap = ::mallinfo2().uordblks;
         std::ifstream status("/proc/self/statm");
         std::size_t size = 0;

@@ -1,5 +1,6 @@
 #include "stress/Random.h"
 #include "stress/Scene.h"
+#include "support/EntriesOf.h"
 #include "support/LoopbackServer.h"
 #include "support/TemporaryFolder.h"
 
@@ -15,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
@@ -107,17 +107,11 @@ struct Stage {
     std::vector<std::unique_ptr<Scene>> scenes;
 };
 
-std::size_t EntriesOf(const char* folder)
-{
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder),
-                                                  std::filesystem::directory_iterator()));
-}
-
 /// A thread that was joined may be seen for a moment yet.
 bool ComesBackTo(const char* folder, std::size_t entries)
 {
     const Clock::time_point end = Clock::now() + std::chrono::seconds(20);
-    while (EntriesOf(folder) != entries) {
+    while (test::EntriesOf(folder) != entries) {
         if (Clock::now() > end)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -135,7 +129,7 @@ std::size_t ThreadsFromTheBeginning()
     }).join();
     while (std::filesystem::exists(folder))
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return EntriesOf("/proc/self/task");
+    return test::EntriesOf("/proc/self/task");
 }
 
 /// Ends the process when a thread stands still, so that somebody may look at it.
@@ -244,7 +238,7 @@ int Run(const Options& options)
     std::printf("stress: seed %llu, %g s\n", options.seed, options.seconds);
     std::fflush(stdout);
     const std::size_t threads = ThreadsFromTheBeginning();
-    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    const std::size_t descriptors = test::EntriesOf("/proc/self/fd");
     const auto all = std::chrono::duration<double>(options.seconds);
     const auto one = std::chrono::duration<double>(options.roundSeconds);
     const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(all);
