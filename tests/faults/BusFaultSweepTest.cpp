@@ -119,6 +119,7 @@ struct World {
     CanMessage frame = AnyFrame();
     unsigned long long sends = 0; ///< calls of the subject's Send()
     bool threw = false;           ///< the operation
+    bool losesConnection = false; ///< its thread of receiving failed
     std::string path;
     std::unique_ptr<CanLogReader> reader;
     std::unique_ptr<CanLogWriter> writer;
@@ -162,9 +163,18 @@ bool IsConnected(World& world)
     return tcp == nullptr || tcp->IsConnected();
 }
 
+/// A connection over TCP that cannot receive is lost, which shows a moment later.
+void AwaitLoss(World& world)
+{
+    const auto tcp = std::tr1::dynamic_pointer_cast<SocketCandDispatcher>(world.subject);
+    if (tcp != nullptr && world.losesConnection)
+        Await([&] { return tcp->GetCounters().disconnections != 0; }, std::chrono::seconds(1));
+}
+
 /// True when frames go both ways, each once.
 bool Works(World& world)
 {
+    AwaitLoss(world);
     if (!Await([&] { return IsConnected(world); }, LONG))
         return false;
     world.subject->Start(&world.atSubject);
@@ -669,13 +679,14 @@ void RunOnce(const Row& row, const char* fault, unsigned int nth, std::string& t
 {
     World world;
     row.prepare(world);
-    bool hit = false;
+    const iCanBus* const before = world.subject.get();
     {
         const CallFault armed(fault, nth);
         text = OutcomeOf([&] { row.run(world); });
-        hit = CallFault::WasHit();
     }
+    const bool hit = CallFault::WasHit();
     world.threw = text != ".";
+    world.losesConnection = hit && fault == std::string("recv") && world.subject.get() == before;
     text += hit ? "" : " untouched";
     try {
         text += row.complaint(world);
