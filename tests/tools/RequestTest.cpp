@@ -148,7 +148,8 @@ TEST(Requester, WhatItUsedIsReleasedWhenItIsGone)
         const std::tr1::shared_ptr<StoppedBus> bus(new StoppedBus);
         {
             Requester requester(bus, {});
-            requester.End();
+            while (requester.TakeResults([](const RequestResult&) {})) {
+            }
         }
         ASSERT_EQ(bus->mStopper, std::this_thread::get_id());
         ASSERT_EQ(bus.use_count(), 1);
